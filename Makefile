@@ -1,0 +1,39 @@
+# The two set-up commands of the README: `make demo` and `make test`.
+# `make test SANITIZE=address,undefined` builds into its own directory with those sanitizers.
+
+SANITIZE ?=
+BUILD_TYPE ?= RelWithDebInfo
+comma := ,
+ifeq ($(SANITIZE),)
+BUILD_DIR ?= build
+else
+BUILD_DIR ?= build-$(subst $(comma),-,$(SANITIZE))
+endif
+JOBS ?= $(shell nproc)
+
+.PHONY: all deps configure build test demo lint clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh build
+
+configure: deps
+	@cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
+	  -DOXA_SANITIZE=$(SANITIZE) >/dev/null
+
+build: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS)
+
+test: build
+	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout 300
+
+demo: build
+	@cmake --build $(BUILD_DIR) --target demo
+
+lint: configure
+	@scripts/install-deps.sh lint
+	@scripts/lint.sh $(BUILD_DIR)
+
+clean:
+	rm -rf build build-*

@@ -1,0 +1,39 @@
+#!/bin/sh
+# Installs the Debian packages this project needs, and only those that are missing.
+# Usage: scripts/install-deps.sh [build|lint]...   (default: build)
+set -eu
+
+build_pkgs="cmake ninja-build g++ pkgconf libglib2.0-dev libgtest-dev libgmock-dev
+            libbenchmark-dev nlohmann-json3-dev libcli11-dev"
+lint_pkgs="clang-format clang-tidy"
+
+[ $# -eq 0 ] && set -- build
+wanted=""
+for group in "$@"; do
+  case "$group" in
+    build) wanted="$wanted $build_pkgs" ;;
+    lint) wanted="$wanted $lint_pkgs" ;;
+    *) echo "install-deps: unknown group '$group'" >&2; exit 2 ;;
+  esac
+done
+
+missing=""
+for pkg in $wanted; do
+  if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
+    missing="$missing $pkg"
+  fi
+done
+
+[ -z "$missing" ] && exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "install-deps: missing packages:$missing" >&2
+  echo "install-deps: run 'apt-get install$missing' as root, then try again" >&2
+  exit 1
+fi
+
+echo "install-deps: installing$missing"
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+# shellcheck disable=SC2086
+apt-get install -y -qq --no-install-recommends $missing

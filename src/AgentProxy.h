@@ -1,0 +1,198 @@
+#ifndef OXA_SRC_AGENT_PROXY_H_
+#define OXA_SRC_AGENT_PROXY_H_
+
+#include <rpc-port.h>
+
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace rpc_port {
+namespace AgentProxy {
+
+// One device as the agent reports it; fields in wire order.
+struct DeviceRecord {
+  std::string address;
+  int type = 0;
+  std::string name;
+};
+
+// One command on the wire; fields in wire order (id before type).
+struct CommandRecord {
+  std::string address;
+  int handlerId = 0;
+  int id = 0;
+  int type = 0;
+  std::vector<unsigned char> payload;
+  int seqId = 0;
+};
+
+namespace proxy {
+
+// Empty on purpose: callers catch the concrete classes; none of them is a std::exception.
+class Exception {};
+class NotConnectedSocketException : public Exception {};
+class InvalidIOException : public Exception {};
+class InvalidIDException : public Exception {};
+class PermissionDeniedException : public Exception {};
+class InvalidProtocolException : public Exception {};
+
+class OxaAgentInterface {
+ public:
+  class IEventListener {
+   public:
+    virtual void OnConnected() = 0;
+    virtual void OnDisconnected() = 0;
+    virtual void OnRejected() = 0;
+  };
+
+  class CallbackBase {
+   public:
+    CallbackBase(int delegateId, bool once);
+    virtual ~CallbackBase() = default;
+
+    int GetId() const { return id_; }
+    int GetSeqId() const { return seqId_; }
+    bool IsOnce() const { return once_; }
+    std::string GetTag() const;
+
+    static void WriteDelegate(rpc_port_parcel_h parcel, const CallbackBase &delegate);
+    static void ReadDelegate(rpc_port_parcel_h parcel, int &id, int &seqId, bool &once);
+
+   protected:
+    virtual void OnParcelReceived(rpc_port_parcel_h parcel) = 0;
+
+   private:
+    friend class OxaAgentInterface;
+
+    int id_;
+    int seqId_;
+    bool once_;
+  };
+
+  class OnServiceRegisteredEvent : public CallbackBase {
+   public:
+    using CallbackBase::CallbackBase;
+    virtual void OnReceived(int /*result*/) {}
+
+   protected:
+    void OnParcelReceived(rpc_port_parcel_h parcel) override;
+  };
+
+  class OnServiceStateChangedEvent : public CallbackBase {
+   public:
+    using CallbackBase::CallbackBase;
+    virtual void OnReceived(bool /*state*/) {}
+
+   protected:
+    void OnParcelReceived(rpc_port_parcel_h parcel) override;
+  };
+
+  class OnCommandSentEvent : public CallbackBase {
+   public:
+    using CallbackBase::CallbackBase;
+    virtual void OnReceived(int /*result*/, const CommandRecord & /*command*/) {}
+
+   protected:
+    void OnParcelReceived(rpc_port_parcel_h parcel) override;
+  };
+
+  class OnCommandReceivedEvent : public CallbackBase {
+   public:
+    using CallbackBase::CallbackBase;
+    virtual void OnReceived(const CommandRecord & /*command*/) {}
+
+   protected:
+    void OnParcelReceived(rpc_port_parcel_h parcel) override;
+  };
+
+  class OnDeviceFoundEvent : public CallbackBase {
+   public:
+    using CallbackBase::CallbackBase;
+    virtual void OnReceived(const DeviceRecord & /*device*/) {}
+
+   protected:
+    void OnParcelReceived(rpc_port_parcel_h parcel) override;
+  };
+
+  class OnDeviceLostEvent : public CallbackBase {
+   public:
+    using CallbackBase::CallbackBase;
+    virtual void OnReceived(const DeviceRecord & /*device*/) {}
+
+   protected:
+    void OnParcelReceived(rpc_port_parcel_h parcel) override;
+  };
+
+  class OnContextChangedEvent : public CallbackBase {
+   public:
+    using CallbackBase::CallbackBase;
+    virtual void OnReceived(const DeviceRecord & /*device*/) {}
+
+   protected:
+    void OnParcelReceived(rpc_port_parcel_h parcel) override;
+  };
+
+  OxaAgentInterface(IEventListener *listener, const std::string &targetAppId);
+  virtual ~OxaAgentInterface();
+  OxaAgentInterface(const OxaAgentInterface &) = delete;
+  OxaAgentInterface &operator=(const OxaAgentInterface &) = delete;
+
+  void Connect(bool sync);
+  // Removes and destroys the first delegate whose tag ("<id>::<seq>") equals `tag`.
+  void DisposeCallback(const std::string &tag);
+
+  // Delegates are taken by rvalue reference: the proxy moves them into its list only once it
+  // holds its lock, so on an earlier throw the caller still owns its delegate.
+  void RegisterService(int handlerId, std::unique_ptr<OnServiceRegisteredEvent> &&callback);
+  int UnregisterService(int handlerId);
+  int GetServiceState(int handlerId, bool &state);
+  int RegisterServiceStateChangedEvent(int handlerId,
+                                       std::unique_ptr<OnServiceStateChangedEvent> &&callback);
+  int UnregisterServiceStateChangedEvent(int handlerId);
+  int SendCommand(int handlerId, const CommandRecord &command,
+                  std::unique_ptr<OnCommandSentEvent> &&callback);
+  int RegisterCommandReceivedEvent(int handlerId,
+                                   std::unique_ptr<OnCommandReceivedEvent> &&callback);
+  int UnregisterCommandReceivedEvent(int handlerId);
+  int RegisterDeviceFoundEvent(int handlerId, std::unique_ptr<OnDeviceFoundEvent> &&callback);
+  int UnregisterDeviceFoundEvent(int handlerId);
+  int RegisterDeviceLostEvent(int handlerId, std::unique_ptr<OnDeviceLostEvent> &&callback);
+  int UnregisterDeviceLostEvent(int handlerId);
+  int RegisterContextChangedEvent(int handlerId,
+                                  std::unique_ptr<OnContextChangedEvent> &&callback);
+  int UnregisterContextChangedEvent(int handlerId);
+  int StartDiscovery(int handlerId);
+  int StopDiscovery(int handlerId);
+  int GetFoundDeviceList(int handlerId, std::vector<DeviceRecord> &devices);
+  int GetMyDevice(int handlerId, const std::string &address, DeviceRecord &device);
+  int GetAdvRawData(const std::string &address, std::vector<unsigned char> &data);
+  int GetContext(const std::string &address, int handlerId, int contextType,
+                 std::vector<unsigned char> &data);
+  int UpdateContext(int handlerId, int contextType, const std::vector<unsigned char> &data);
+  int SetAppId(int appId);
+  int Unregister();
+
+ private:
+  static void OnConnectedCB(const char *endpoint, const char *portName, rpc_port_h port,
+                            void *data);
+  static void OnDisconnectedCB(const char *endpoint, const char *portName, void *data);
+  static void OnRejectedCB(const char *endpoint, const char *portName, void *data);
+  static void OnReceivedCB(const char *endpoint, const char *portName, void *data);
+
+  rpc_port_h port = nullptr;
+  rpc_port_h callbackPort = nullptr;
+  rpc_port_proxy_h proxyHandle = nullptr;
+  IEventListener *listener;
+  std::recursive_mutex mutex;
+  std::list<std::unique_ptr<CallbackBase>> delegates;
+  std::string targetAppId;
+};
+
+}  // namespace proxy
+}  // namespace AgentProxy
+}  // namespace rpc_port
+
+#endif  // OXA_SRC_AGENT_PROXY_H_

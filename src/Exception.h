@@ -1,0 +1,82 @@
+#ifndef OXA_SRC_EXCEPTION_H_
+#define OXA_SRC_EXCEPTION_H_
+
+#include <dlog.h>
+
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include "oxa.h"
+
+namespace Oxa {
+namespace Capi {
+
+class Exception : public std::exception {
+ public:
+  // The message reads "<file base name>:<line>: <error constant name>".
+  Exception(oxa_error_e error, const char *file, int line, const char *errorName)
+      : error(error), message(baseName(file) + ":" + std::to_string(line) + ": " + errorName) {}
+  const char *what() const noexcept override { return message.c_str(); }
+
+  oxa_error_e error;
+  std::string message;
+
+ private:
+  static std::string baseName(const char *path) {
+    const char *slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
+  }
+};
+
+inline std::string GetErrorName(int error) {
+  switch (error) {
+    case OXA_ERROR_NONE:
+      return "ErrorNone";
+    case OXA_ERROR_IO_ERROR:
+      return "IoError";
+    case OXA_ERROR_OUT_OF_MEMORY:
+      return "OutOfMemory";
+    case OXA_ERROR_PERMISSION_DENIED:
+      return "PermissionDenied";
+    case OXA_ERROR_INVALID_PARAMETER:
+      return "InvalidParameter";
+    case OXA_ERROR_INVALID_OPERATION:
+      return "InvalidOperation";
+    case OXA_ERROR_NO_DATA:
+      return "NoData";
+    case OXA_ERROR_NOT_SUPPORTED:
+      return "NotSupported";
+    case OXA_ERROR_INTERNAL_ERROR:
+      return "InternalError";
+    case OXA_ERROR_LOWER_VERSION:
+      return "LowerVersion";
+    case OXA_ERROR_NO_DEVICE:
+      return "NoDevice";
+    default:
+      return "UnknownError";
+  }
+}
+
+// Service types 1, 3 and 6 are the only ones the agent knows.
+inline int checkServiceType(int type) {
+  if (type == OXA_SERVICE_TYPE_1 || type == OXA_SERVICE_TYPE_3 || type == OXA_SERVICE_TYPE_6) {
+    return type;
+  }
+  throw Exception(OXA_ERROR_INVALID_PARAMETER, __FILE__, __LINE__, "OXA_ERROR_INVALID_PARAMETER");
+}
+
+// Writes "<file>: <function>(<line>) > <message>" to the platform log under the tag "OXA_API".
+void writeLog(log_priority level, const char *file, const char *function, int line,
+              const char *format, ...) __attribute__((format(printf, 5, 6)));
+
+}  // namespace Capi
+}  // namespace Oxa
+
+#define OXA_LOG(level, ...) ::Oxa::Capi::writeLog(level, __FILE__, __func__, __LINE__, __VA_ARGS__)
+#define OXA_LOGD(...) OXA_LOG(DLOG_DEBUG, __VA_ARGS__)
+#define OXA_LOGI(...) OXA_LOG(DLOG_INFO, __VA_ARGS__)
+#define OXA_LOGW(...) OXA_LOG(DLOG_WARN, __VA_ARGS__)
+#define OXA_LOGE(...) OXA_LOG(DLOG_ERROR, __VA_ARGS__)
+
+#endif  // OXA_SRC_EXCEPTION_H_
