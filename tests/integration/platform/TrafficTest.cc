@@ -169,7 +169,7 @@ ParcelPtr parcelWithString(const std::string &text) {
 }
 
 TEST_F(TrafficTest, OneMebibyteParcelsTravelBothWays) {
-  const std::string big(1024 * 1024, 'r');
+  const std::string big(size_t{1} << 20, 'r');
   TestStub stub;
   ASSERT_EQ(0, stub.listen());
   std::string requestSeen;
@@ -260,6 +260,7 @@ TEST_F(TrafficTest, FiftyProxiesShareOneStub) {
   ASSERT_TRUE(
       runUntil([&] { return all([](const TestProxy &p) { return p.events.size() == 1; }); }));
   std::vector<int> seen;
+  seen.reserve(proxies.size());
   for (const auto &proxy : proxies) {
     seen.push_back(proxy->events[0]);
   }
@@ -304,6 +305,7 @@ TEST_F(TrafficTest, ConcurrentSendsNeverInterleave) {
   std::atomic<int> failures{0};
   std::atomic<int> finished{0};
   std::vector<std::thread> senders;
+  senders.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     senders.emplace_back([&, thread] {
       for (int sequence = 0; sequence < kParcelsPerThread; ++sequence) {
