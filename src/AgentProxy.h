@@ -147,7 +147,9 @@ class OxaAgentInterface {
   void DisposeCallback(const std::string &tag);
 
   // Delegates are taken by rvalue reference: the proxy moves them into its list only once it
-  // holds its lock, so on an earlier throw the caller still owns its delegate.
+  // holds its lock, so on an earlier throw the caller still owns its delegate. That holds only
+  // for a pointer of the exact event class (e.g. std::unique_ptr<OnDeviceFoundEvent>): a pointer
+  // to a derived class is converted into a temporary that takes the delegate at the call.
   void RegisterService(int handlerId, std::unique_ptr<OnServiceRegisteredEvent> &&callback);
   int UnregisterService(int handlerId);
   int GetServiceState(int handlerId, bool &state);
