@@ -5,8 +5,7 @@
 #include "AgentProxyHandler.h"
 #include "Exception.h"
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 namespace {
 
@@ -56,8 +55,7 @@ void writeLog(log_priority level, const char *file, const char *function, int li
   dlog_print(level, "OXA_API", "%s", text);
 }
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi
 
 // The library is built with hidden visibility; only the exported functions carry this.
 #define OXA_EXPORT __attribute__((visibility("default")))
