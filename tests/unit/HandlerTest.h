@@ -188,7 +188,14 @@ class HandlerTest : public ::testing::Test {
     return all;
   }
 
-  Oxa::Capi::AgentProxyHandler &handler = Oxa::Capi::AgentProxyHandler::GetInstance();
+  // The fake's state is built before the singleton, so that it still exists at exit when the
+  // singleton destroys its proxy.
+  static Oxa::Capi::AgentProxyHandler &handlerAfterPlatform() {
+    fake::Reset();
+    return Oxa::Capi::AgentProxyHandler::GetInstance();
+  }
+
+  Oxa::Capi::AgentProxyHandler &handler = handlerAfterPlatform();
   bool expectFaults = false;
   size_t logMark = 0;
   size_t sentMark = 0;
