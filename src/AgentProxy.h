@@ -11,8 +11,7 @@
 
 #include "DelegateIndex.h"
 
-namespace rpc_port {
-namespace AgentProxy {
+namespace rpc_port::AgentProxy {
 
 // One device as the agent reports it; fields in wire order.
 struct DeviceRecord {
@@ -137,7 +136,7 @@ class OxaAgentInterface {
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
   };
 
-  OxaAgentInterface(IEventListener *listener, const std::string &targetAppId);
+  OxaAgentInterface(IEventListener *listener, std::string targetAppId);
   virtual ~OxaAgentInterface();
   OxaAgentInterface(const OxaAgentInterface &) = delete;
   OxaAgentInterface &operator=(const OxaAgentInterface &) = delete;
@@ -147,7 +146,9 @@ class OxaAgentInterface {
   void DisposeCallback(const std::string &tag);
 
   // Delegates are taken by rvalue reference: the proxy moves them into its list only once it
-  // holds its lock, so on an earlier throw the caller still owns its delegate.
+  // holds its lock, so on an earlier throw the caller still owns its delegate. That holds only
+  // for a pointer of the exact event class (e.g. std::unique_ptr<OnDeviceFoundEvent>): a pointer
+  // to a derived class is converted into a temporary that takes the delegate at the call.
   void RegisterService(int handlerId, std::unique_ptr<OnServiceRegisteredEvent> &&callback);
   int UnregisterService(int handlerId);
   int GetServiceState(int handlerId, bool &state);
@@ -221,7 +222,6 @@ class OxaAgentInterface {
 };
 
 }  // namespace proxy
-}  // namespace AgentProxy
-}  // namespace rpc_port
+}  // namespace rpc_port::AgentProxy
 
 #endif  // OXA_SRC_AGENT_PROXY_H_

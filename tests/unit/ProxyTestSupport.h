@@ -109,6 +109,7 @@ inline void RecordingListener::OnRejected() {
 template <typename Base>
 class Probe : public Base {
  public:
+  using EventClass = Base;
   Probe(int delegateId, bool once, Observed &observed)
       : Base(delegateId, once), observed(observed) {}
   ~Probe() override { observed.destroyedSeqIds.push_back(this->GetSeqId()); }
