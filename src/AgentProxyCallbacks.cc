@@ -132,13 +132,10 @@ OnSimpleMessageSentCallback::~OnSimpleMessageSentCallback() {
   delete takeSentCommand(wrapperSeq);
 }
 
-// The wrapper is the library's own, so it goes whether or not anyone listens. Only this
-// delegate's own entry is released: an entry under another number may be an application's
-// command, which is not ours to destroy.
+// The wrapper is the library's own, so it goes whether or not anyone listens; the agent names
+// it by the sequence number of the record it sends back.
 void OnSimpleMessageSentCallback::OnReceived(int result, const CommandRecord &command) {
-  if (command.seqId == wrapperSeq) {
-    delete takeSentCommand(wrapperSeq);
-  }
+  delete takeSentCommand(command.seqId);
   if (callback) {
     callback(message, static_cast<oxa_error_e>(result));
   }

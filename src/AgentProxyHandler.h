@@ -103,10 +103,6 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
 
   std::unique_ptr<AgentInterface> proxy;
   RegisteredCallback initializedCallback;
-  // Two holders that nothing fills: every request keeps its application function in its own
-  // delegate, which the proxy owns, so the handler has none to keep. They stay empty.
-  std::function<void()> unusedHolder1;
-  std::function<void()> unusedHolder2;
   int connectionState = kNotConnected;
 };
 

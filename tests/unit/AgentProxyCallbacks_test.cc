@@ -134,23 +134,21 @@ TEST_F(CallbacksTest, SimpleMessageSentWithoutFunctionStillReleasesTheWrapper) {
   EXPECT_TRUE(sentCommands.empty());
 }
 
-TEST_F(CallbacksTest, SimpleMessageSentNamingAnotherEntryLeavesItAlone) {
+TEST_F(CallbacksTest, SimpleMessageSentReleasesTheEntryItsRecordNames) {
   SimpleMessage message(kAddress, {'h', 'i'});
-  Command applications(kAddress, OXA_COMMAND_TYPE_1, 1, {});
-  const int other = Oxa::Capi::toSentCommandRecord(1, &applications).seqId;
-  const int seq = enterWrapper();
+  const int own = enterWrapper();
+  const int named = enterWrapper();
   std::vector<SimpleMessage *> reports;
   {
     Oxa::Capi::OnSimpleMessageSentCallback callback(
-        [&](SimpleMessage *sent, oxa_error_e) { reports.push_back(sent); }, &message, seq);
-    callback.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, other));
+        [&](SimpleMessage *sent, oxa_error_e) { reports.push_back(sent); }, &message, own);
+    callback.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, named));
     EXPECT_THAT(reports, ElementsAre(&message));
-    EXPECT_EQ(sentCommands.size(), 2U);
-    EXPECT_EQ(sentCommands.at(other), &applications);
+    EXPECT_EQ(sentCommands.count(named), 0U);
+    EXPECT_EQ(sentCommands.count(own), 1U);
   }
-  // Gone with its delegate, which no event can reach any more; the other entry stays.
-  EXPECT_EQ(sentCommands.size(), 1U);
-  EXPECT_EQ(sentCommands.at(other), &applications);
+  // Its own wrapper goes with the delegate, which no event can reach any more.
+  EXPECT_TRUE(sentCommands.empty());
 }
 
 TEST_F(CallbacksTest, SimpleMessageSentDelegateReleasesAPendingWrapperWhenDestroyed) {

@@ -145,6 +145,31 @@ TEST_F(SimpleMessageChannelTest, LostConnectionReleasesWrappersStillWaiting) {
   EXPECT_THAT(reports, IsEmpty());
 }
 
+TEST_F(SimpleMessageChannelTest, SentEventReleasesTheEntryItsRecordNames) {
+  connect();
+  SimpleMessage message(kAddress, {'x'});
+  const int firstSeq = Oxa::Capi::sentCommandCounter.load();
+  const int secondSeq = firstSeq + 1;
+  const int firstDelegate = nextDelegateSeq();
+  fake::QueueReply(reply({fake::Int32(0)}));
+  fake::QueueReply(reply({fake::Int32(0)}));
+  ASSERT_EQ(handler.SendSimpleMessage(1, 0, &message, reporter()), OXA_ERROR_NONE);
+  ASSERT_EQ(handler.SendSimpleMessage(1, 0, &message, reporter()), OXA_ERROR_NONE);
+
+  // The first message's delegate hears of a record that names the second wrapper.
+  fake::Values event = eventHeader(3, firstDelegate);
+  event.push_back(fake::Int32(0));
+  appendCommand(event, kAddress, 1, 3, 3, {0, 0, 'x'}, secondSeq);
+  ASSERT_TRUE(fake::FireReceived(event));
+  EXPECT_EQ(sentCommands.count(secondSeq), 0U);
+  EXPECT_EQ(sentCommands.count(firstSeq), 1U);
+  EXPECT_EQ(reports.size(), 1U);
+
+  // The first wrapper still goes with its delegate when the connection drops.
+  ASSERT_TRUE(fake::FireDisconnected());
+  EXPECT_TRUE(sentCommands.empty());
+}
+
 TEST_F(SimpleMessageChannelTest, ReceivedMessageArrivesWithoutItsHeader) {
   connect();
   std::vector<std::string> messages;
