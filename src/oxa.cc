@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string>
 
+#include "AgentProxyHandler.h"
 #include "Exception.h"
 
 namespace Oxa {
@@ -27,10 +28,9 @@ const char *formatInto(char *buffer, size_t size, std::string &overflow, const c
   return text;
 }
 
-const char *formatInto(char *buffer, size_t size, std::string &overflow, const char *format,
-                       ...) __attribute__((format(printf, 4, 5)));
-const char *formatInto(char *buffer, size_t size, std::string &overflow, const char *format,
-                       ...) {
+const char *formatInto(char *buffer, size_t size, std::string &overflow, const char *format, ...)
+    __attribute__((format(printf, 4, 5)));
+const char *formatInto(char *buffer, size_t size, std::string &overflow, const char *format, ...) {
   va_list args;
   va_start(args, format);
   const char *text = formatInto(buffer, size, overflow, format, args);
@@ -58,3 +58,25 @@ void writeLog(log_priority level, const char *file, const char *function, int li
 
 }  // namespace Capi
 }  // namespace Oxa
+
+// The library is built with hidden visibility; only the exported functions carry this.
+#define OXA_EXPORT __attribute__((visibility("default")))
+
+extern "C" {
+
+OXA_EXPORT int oxa_initialize(oxa_initialized_cb callback, void *user_data) {
+  OXA_LOGD("+");
+  auto &handler = Oxa::Capi::AgentProxyHandler::GetInstance();
+  return handler.Connect([callback, user_data](oxa_error_e result) {
+    if (callback != nullptr) {
+      callback(result, user_data);
+    }
+  });
+}
+
+OXA_EXPORT int oxa_deinitialize(void) {
+  OXA_LOGD("+");
+  return Oxa::Capi::AgentProxyHandler::GetInstance().Disconnect();
+}
+
+}  // extern "C"
