@@ -48,11 +48,13 @@
 #ifndef OXA_H
 #define OXA_H
 
-#include <stdbool.h>
+#include <stdbool.h> /* NOLINT(modernize-deprecated-headers): this is a C header */
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* C declarations, also for C++ callers. NOLINTBEGIN(modernize-use-using) */
 
 /** Result codes. Every function returns one of these as an int. */
 typedef enum {
@@ -670,6 +672,8 @@ int oxa_set_simple_message_received_cb(oxa_service_h service,
  * @return as oxa_unset_device_found_cb().
  */
 int oxa_unset_simple_message_received_cb(oxa_service_h service);
+
+/* NOLINTEND(modernize-use-using) */
 
 #ifdef __cplusplus
 }
