@@ -8,8 +8,7 @@
 
 #include "Exception.h"
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 namespace {
 
@@ -22,7 +21,7 @@ struct FreeDeleter {
 };
 
 Device toDevice(const DeviceRecord &record) {
-  return Device(record.address, toDeviceType(record.type), record.name);
+  return {record.address, toDeviceType(record.type), record.name};
 }
 
 // Calls `callback` with a device built from `record`; the device lives for the call only.
@@ -167,5 +166,4 @@ void OnSimpleMessageReceivedCallback::OnReceived(const CommandRecord &command) {
   }
 }
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi

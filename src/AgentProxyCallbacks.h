@@ -9,8 +9,7 @@
 #include "Service.h"
 #include "oxa.h"
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 using AgentInterface = rpc_port::AgentProxy::proxy::OxaAgentInterface;
 using rpc_port::AgentProxy::CommandRecord;
@@ -129,7 +128,6 @@ class OnSimpleMessageReceivedCallback : public AgentInterface::OnCommandReceived
   SimpleMessageReceivedCallback callback;
 };
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi
 
 #endif  // OXA_SRC_AGENT_PROXY_CALLBACKS_H_

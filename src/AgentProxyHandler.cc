@@ -11,8 +11,7 @@
 // The platform's last error of the calling thread; its header drags in more than this one call.
 extern "C" int get_last_result(void);
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 namespace {
 
@@ -42,7 +41,7 @@ std::string toHex(const std::vector<unsigned char> &data) {
 }
 
 Device toDevice(const DeviceRecord &record) {
-  return Device(record.address, toDeviceType(record.type), record.name);
+  return {record.address, toDeviceType(record.type), record.name};
 }
 
 // The low byte of the sender's application id and a 0 byte, then the message's data.
@@ -396,7 +395,7 @@ int AgentProxyHandler::SendSimpleMessage(int handlerId, int appId, SimpleMessage
                                   kSimpleMessageCommandId, toSimpleMessagePayload(appId, *message));
     const CommandRecord record = toSentCommandRecord(handlerId, wrapper.get());
     SentWrapperGuard guard(record.seqId);
-    wrapper.release();  // sentCommands owns it now
+    static_cast<void>(wrapper.release());  // sentCommands owns it now
     const int result = agent.SendCommand(
         handlerId, record,
         std::make_unique<OnSimpleMessageSentCallback>(std::move(callback), message));
@@ -405,5 +404,4 @@ int AgentProxyHandler::SendSimpleMessage(int handlerId, int appId, SimpleMessage
   });
 }
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi

@@ -11,8 +11,7 @@
 #include "Service.h"
 #include "oxa.h"
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 // The process-wide link to the agent: owns the proxy, tracks the connection and turns every
 // request into one proxy call whose failures become oxa_error_e codes.
@@ -106,7 +105,6 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
   int connectionState = kNotConnected;
 };
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi
 
 #endif  // OXA_SRC_AGENT_PROXY_HANDLER_H_

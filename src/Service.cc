@@ -5,8 +5,7 @@
 #include "AgentProxyHandler.h"
 #include "Exception.h"
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 int toDeviceType(int type) {
   if (type >= OXA_DEVICE_TYPE_1 && type <= OXA_DEVICE_TYPE_5) {
@@ -119,5 +118,4 @@ int Service::sendSimpleMessage(SimpleMessage *message, SimpleMessageSentCallback
                                                             std::move(callback));
 }
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi

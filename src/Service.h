@@ -8,8 +8,7 @@
 
 #include "oxa.h"
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 // A peer device known to the agent, or the application's own device.
 class Device {
@@ -105,7 +104,6 @@ class Service {
   int appId = 0;
 };
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi
 
 #endif  // OXA_SRC_SERVICE_H_
