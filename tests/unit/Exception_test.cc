@@ -50,8 +50,9 @@ TEST(CheckServiceType, ThrowsInvalidParameterNamingTheHeaderAndItsLine) {
       ADD_FAILURE() << "type " << type << " passed";
     } catch (const Exception &e) {
       EXPECT_EQ(e.error, OXA_ERROR_INVALID_PARAMETER);
-      EXPECT_STREQ(e.what(),
-                   ("Exception.h:" + std::to_string(line) + ": OXA_ERROR_INVALID_PARAMETER").c_str());
+      EXPECT_STREQ(
+          e.what(),
+          ("Exception.h:" + std::to_string(line) + ": OXA_ERROR_INVALID_PARAMETER").c_str());
     }
   }
 }
