@@ -1,0 +1,39 @@
+#ifndef OXA_TESTS_INTEGRATION_SIM_TEST_H_
+#define OXA_TESTS_INTEGRATION_SIM_TEST_H_
+
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "RuntimeDir.h"
+#include "SimProcess.h"
+
+namespace oxa::test {
+
+// A test with its own runtime dir, main context and simulated agent.
+class SimTest : public PlatformTest {
+ protected:
+  // Starts the simulator with `args` and waits for its ready line.
+  SimProcess &startSim(const std::vector<std::string> &args = {}) {
+    sim_ = std::make_unique<SimProcess>(runtimeDir(), args);
+    EXPECT_TRUE(sim_->waitReady()) << sim_->output();
+    return *sim_;
+  }
+
+  SimProcess &sim() { return *sim_; }
+
+  // Writes `json` into the runtime dir and returns the file's path.
+  std::string writeScenario(const std::string &json) {
+    const std::string path = runtimeDir() + "/scenario.json";
+    std::ofstream(path) << json;
+    return path;
+  }
+
+ private:
+  std::unique_ptr<SimProcess> sim_;
+};
+
+}  // namespace oxa::test
+
+#endif  // OXA_TESTS_INTEGRATION_SIM_TEST_H_
