@@ -1,0 +1,94 @@
+// The platform log: "<L>/<TAG>(<pid>): <message>\n", one line per call, filtered by $DLOG_LEVEL.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "DlogSink.h"
+#include "Exported.h"
+
+namespace {
+
+// Letters indexed by log_priority; DEFAULT and UNKNOWN log as info.
+constexpr char kLetters[] = {'I', 'I', 'V', 'D', 'I', 'W', 'E', 'F', 'S'};
+constexpr const char kLetterOrder[] = "VDIWEFS";
+constexpr size_t kStackLine = 1024;
+
+char letterOf(log_priority prio) {
+  return (prio >= DLOG_UNKNOWN && prio <= DLOG_SILENT) ? kLetters[prio] : 'I';
+}
+
+// Rank of a level letter in V < D < I < W < E < F < S, or -1 for anything else.
+int rankOf(char letter) {
+  for (int rank = 0; kLetterOrder[rank] != '\0'; ++rank) {
+    if (kLetterOrder[rank] == letter) {
+      return rank;
+    }
+  }
+  return -1;
+}
+
+int thresholdRank() {
+  const char *level = std::getenv("DLOG_LEVEL");
+  const int rank = (level != nullptr) ? rankOf(*level) : -1;
+  return rank < 0 ? rankOf('I') : rank;
+}
+
+bool isLogged(char letter) {
+  return letter != 'S' && rankOf(letter) >= thresholdRank();
+}
+
+// Formats the whole line into `stack`, or into `heap` when it does not fit; returns its length.
+int formatLine(char (&stack)[kStackLine], std::string &heap, char letter, const char *tag,
+               const char *fmt, va_list ap) {
+  const int prefix =
+      std::snprintf(stack, sizeof stack, "%c/%s(%d): ", letter, tag, static_cast<int>(getpid()));
+  if (prefix < 0) {
+    return -EINVAL;
+  }
+  va_list retry;
+  va_copy(retry, ap);
+  const size_t offset = static_cast<size_t>(prefix) < sizeof stack ? prefix : sizeof stack - 1;
+  const int body = std::vsnprintf(stack + offset, sizeof stack - offset, fmt, ap);
+  int length = body < 0 ? -EINVAL : prefix + body + 1;
+  if (length > 0 && static_cast<size_t>(length) >= sizeof stack) {
+    heap.resize(static_cast<size_t>(length) + 1);
+    std::snprintf(heap.data(), heap.size(), "%c/%s(%d): ", letter, tag, static_cast<int>(getpid()));
+    std::vsnprintf(heap.data() + prefix, heap.size() - prefix, fmt, retry);
+    heap[length - 1] = '\n';
+  } else if (length > 0) {
+    stack[length - 1] = '\n';
+  }
+  va_end(retry);
+  return length;
+}
+
+}  // namespace
+
+extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, va_list ap) {
+  if (fmt == nullptr) {
+    return -EINVAL;
+  }
+  const char letter = letterOf(prio);
+  if (!isLogged(letter)) {
+    return 0;
+  }
+  char stack[kStackLine];
+  std::string heap;
+  const int length = formatLine(stack, heap, letter, tag != nullptr ? tag : "", fmt, ap);
+  if (length < 0) {
+    return length;
+  }
+  const char *line = heap.empty() ? stack : heap.data();
+  return platform::writeLogLine(line, static_cast<size_t>(length));
+}
+
+extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {
+  va_list ap;
+  va_start(ap, fmt);
+  const int result = dlog_vprint(prio, tag, fmt, ap);
+  va_end(ap);
+  return result;
+}

@@ -1,0 +1,12 @@
+// Where dlog lines go: appended to $DLOG_FILE when it is set, else stderr. Each line is handed
+// over in one write(), so lines from concurrent threads and processes never mix.
+#pragma once
+
+#include <cstddef>
+
+namespace platform {
+
+// Writes `size` bytes of one complete line; returns the bytes written or a negative errno.
+int writeLogLine(const char *line, size_t size);
+
+}  // namespace platform

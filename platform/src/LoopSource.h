@@ -1,0 +1,33 @@
+// One GLib source attached to a main context, destroyed with this object. Events of the host
+// platform are delivered only through these, on the context the handle was created on.
+#pragma once
+
+#include <glib-unix.h>
+#include <glib.h>
+
+namespace platform {
+
+class LoopSource {
+ public:
+  LoopSource() = default;
+  LoopSource(const LoopSource &) = delete;
+  LoopSource &operator=(const LoopSource &) = delete;
+  ~LoopSource() { stop(); }
+
+  // Calls `callback(fd, condition, data)` whenever `fd` meets `condition`.
+  void watchFd(GMainContext *context, int fd, GIOCondition condition, GUnixFDSourceFunc callback,
+               void *data);
+  // Calls `callback(data)` on the next loop iteration.
+  void idle(GMainContext *context, GSourceFunc callback, void *data);
+  // Calls `callback(data)` after `ms` milliseconds.
+  void timeout(GMainContext *context, unsigned ms, GSourceFunc callback, void *data);
+  void stop();
+  bool active() const { return source_ != nullptr; }
+
+ private:
+  void attach(GMainContext *context, GSource *source);
+
+  GSource *source_ = nullptr;
+};
+
+}  // namespace platform

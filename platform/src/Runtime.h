@@ -1,0 +1,27 @@
+// Where ports live and who this process is: the socket of port P of application A is
+// $RPC_PORT_RUNTIME_DIR/A/P (default $XDG_RUNTIME_DIR/rpc-port, else /tmp/rpc-port-<uid>).
+#pragma once
+
+#include <string>
+
+namespace platform {
+
+// This process's application id: $RPC_PORT_APPID, else the program name.
+std::string ownAppId();
+// The privileges this process holds: $RPC_PORT_PRIVILEGES, comma-separated.
+std::string ownPrivileges();
+// True when `privilege` is one of the comma-separated entries of `list`.
+bool holdsPrivilege(const std::string &list, const std::string &privilege);
+// Milliseconds a blocking read waits for a frame: $RPC_PORT_READ_TIMEOUT_MS, default 10000.
+int readTimeoutMs();
+
+// An application id or port name may name one directory entry, nothing else.
+bool isValidName(const char *name);
+// The directory holding the ports of `appId`.
+std::string appDirectory(const std::string &appId);
+// The socket path of `portName` of `appId`.
+std::string socketPath(const std::string &appId, const std::string &portName);
+// Creates `path` and its missing parents (mode 0700); true when it exists afterwards.
+bool makeDirectories(const std::string &path);
+
+}  // namespace platform

@@ -1,0 +1,183 @@
+#include "Stub.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "Runtime.h"
+#include "Socket.h"
+
+namespace platform {
+
+namespace {
+
+int listenOutcome(int error) {
+  switch (error) {
+    case -EACCES:
+    case -EPERM:
+      return RPC_PORT_ERROR_PERMISSION_DENIED;
+    case -ENAMETOOLONG:
+      return RPC_PORT_ERROR_INVALID_PARAMETER;
+    default:
+      return RPC_PORT_ERROR_IO_ERROR;
+  }
+}
+
+int sendAck(Port &port, const Ack &ack) {
+  const Parcel frame = encodeAck(ack);
+  return port.send(frame.bytes.data(), frame.bytes.size());
+}
+
+}  // namespace
+
+Stub::Stub(std::string portName)
+    : context_(g_main_context_ref_thread_default()), portName_(std::move(portName)) {}
+
+Stub::~Stub() {
+  close();
+  g_main_context_unref(context_);
+}
+
+int Stub::listen() {
+  const std::string appId = ownAppId();
+  if (listener_.get() >= 0 || !isValidName(appId.c_str())) {
+    return RPC_PORT_ERROR_INVALID_PARAMETER;
+  }
+  if (!makeDirectories(appDirectory(appId))) {
+    return listenOutcome(-errno);
+  }
+  path_ = socketPath(appId, portName_);
+  const int error = listenUnix(path_, &listener_);
+  if (error != 0) {
+    return listenOutcome(error);
+  }
+  listenerWatch_.watchFd(context_, listener_.get(), G_IO_IN, onListenerReadable, this);
+  return RPC_PORT_ERROR_NONE;
+}
+
+Port *Stub::port(rpc_port_port_type_e type, const std::string &instance) const {
+  const auto found = clients_.find(instance);
+  return found != clients_.end() ? found->second->port(type) : nullptr;
+}
+
+void Stub::close() {
+  listenerWatch_.stop();
+  if (listener_.get() >= 0) {
+    ::unlink(path_.c_str());
+    listener_.reset();
+  }
+  pending_.clear();
+  for (auto &entry : clients_) {
+    entry.second->close();
+  }
+}
+
+void Stub::reportConnected(const StubClient &client) const {
+  if (connected.function != nullptr) {
+    connected.function(client.sender().c_str(), client.instance().c_str(), connected.userData);
+  }
+}
+
+int Stub::reportReceived(const StubClient &client) const {
+  if (received.function == nullptr) {
+    return 0;
+  }
+  return received.function(client.sender().c_str(), client.instance().c_str(),
+                           client.port(RPC_PORT_PORT_MAIN), received.userData);
+}
+
+void Stub::reportDisconnected(const StubClient &client) const {
+  if (disconnected.function != nullptr) {
+    disconnected.function(client.sender().c_str(), client.instance().c_str(),
+                          disconnected.userData);
+  }
+}
+
+void Stub::acceptAll() {
+  for (UniqueFd fd = acceptConnection(listener_.get()); fd.get() >= 0;
+       fd = acceptConnection(listener_.get())) {
+    auto pending = std::make_unique<PendingSocket>();
+    pending->stub = this;
+    pending->port = std::make_unique<Port>(std::move(fd), readTimeoutMs());
+    pending->watch.watchFd(context_, pending->port->fd(),
+                           static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
+                           onPendingReadable, pending.get());
+    pending_.push_back(std::move(pending));
+  }
+}
+
+// A new connection's first frame says what it is; anything but a hello closes it.
+void Stub::readHello(PendingSocket *pending) {
+  const bool open = pending->port->fillAvailable();
+  const FrameState state = pending->port->bufferedFrame();
+  if (state == FrameState::kIncomplete && open) {
+    return;
+  }
+  std::unique_ptr<PendingSocket> owned = takePending(pending);
+  owned->watch.stop();
+  Parcel frame;
+  if (state != FrameState::kComplete || owned->port->receive(frame) != 0) {
+    return;
+  }
+  const std::optional<Hello> hello = decodeHello(frame);
+  if (hello && hello->kind == HelloKind::kMain) {
+    admit(std::move(owned->port), *hello);
+  } else if (hello) {
+    join(std::move(owned->port), *hello);
+  }
+}
+
+std::unique_ptr<Stub::PendingSocket> Stub::takePending(PendingSocket *pending) {
+  const auto found = std::find_if(
+      pending_.begin(), pending_.end(),
+      [pending](const std::unique_ptr<PendingSocket> &entry) { return entry.get() == pending; });
+  std::unique_ptr<PendingSocket> owned = std::move(*found);
+  pending_.erase(found);
+  return owned;
+}
+
+void Stub::admit(std::unique_ptr<Port> port, const Hello &hello) {
+  if (!allows(hello.detail)) {
+    sendAck(*port, Ack{RPC_PORT_ERROR_PERMISSION_DENIED, std::string()});
+    return;
+  }
+  std::string instance = hello.appId + "@" + std::to_string(++nextInstance_);
+  if (sendAck(*port, Ack{RPC_PORT_ERROR_NONE, instance}) != 0) {
+    return;
+  }
+  auto client = std::make_unique<StubClient>(*this, hello.appId, instance, std::move(port));
+  clients_.emplace(std::move(instance), std::move(client));
+}
+
+void Stub::join(std::unique_ptr<Port> port, const Hello &hello) {
+  const auto found = clients_.find(hello.detail);
+  if (found == clients_.end() || !found->second->awaitsCallbackPort() ||
+      found->second->sender() != hello.appId ||
+      sendAck(*port, Ack{RPC_PORT_ERROR_NONE, hello.detail}) != 0) {
+    return;
+  }
+  StubClient &client = *found->second;
+  client.attachCallback(std::move(port));
+  reportConnected(client);
+}
+
+bool Stub::allows(const std::string &privileges) const {
+  return std::all_of(privileges_.begin(), privileges_.end(), [&](const std::string &required) {
+    return holdsPrivilege(privileges, required);
+  });
+}
+
+gboolean Stub::onListenerReadable(int /*fd*/, GIOCondition /*condition*/, void *self) {
+  static_cast<Stub *>(self)->acceptAll();
+  return G_SOURCE_CONTINUE;
+}
+
+gboolean Stub::onPendingReadable(int /*fd*/, GIOCondition /*condition*/, void *pending) {
+  auto *socket = static_cast<PendingSocket *>(pending);
+  const std::shared_ptr<Stub> stub = socket->stub->shared_from_this();
+  stub->readHello(socket);
+  return G_SOURCE_CONTINUE;
+}
+
+}  // namespace platform

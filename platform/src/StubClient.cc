@@ -1,0 +1,95 @@
+#include "StubClient.h"
+
+#include "Stub.h"
+
+namespace platform {
+
+StubClient::StubClient(Stub &stub, std::string sender, std::string instance,
+                       std::unique_ptr<Port> main)
+    : stub_(stub),
+      sender_(std::move(sender)),
+      instance_(std::move(instance)),
+      main_(std::move(main)) {
+  mainWatch_.watchFd(stub_.context(), main_->fd(),
+                     static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR), onMainReadable,
+                     this);
+}
+
+Port *StubClient::port(rpc_port_port_type_e type) const {
+  if (state_ == State::kAwaitCallback) {
+    return nullptr;
+  }
+  return type == RPC_PORT_PORT_MAIN ? main_.get() : callback_.get();
+}
+
+void StubClient::attachCallback(std::unique_ptr<Port> callback) {
+  callback_ = std::move(callback);
+  state_ = State::kConnected;
+  // Proxies never send on their callback port; the stub only needs to notice it hang up.
+  callbackWatch_.watchFd(stub_.context(), callback_->fd(),
+                         static_cast<GIOCondition>(G_IO_HUP | G_IO_ERR), onCallbackHangUp, this);
+}
+
+void StubClient::close() {
+  state_ = State::kClosed;
+  mainWatch_.stop();
+  callbackWatch_.stop();
+  for (Port *port : {main_.get(), callback_.get()}) {
+    if (port != nullptr) {
+      port->close();
+    }
+  }
+}
+
+// Closes the connection and, when it had been reported connected, reports it gone.
+void StubClient::end() {
+  const bool wasConnected = state_ == State::kConnected;
+  close();
+  if (wasConnected) {
+    stub_.reportDisconnected(*this);
+  }
+}
+
+// One `received` per complete frame; a frame the callback leaves is dropped so the loop moves on.
+void StubClient::dispatchFrames() {
+  while (state_ == State::kConnected && main_->bufferedFrame() == FrameState::kComplete) {
+    const uint64_t taken = main_->framesTaken();
+    const int verdict = stub_.reportReceived(*this);
+    if (state_ != State::kConnected) {
+      return;
+    }
+    if (verdict != 0) {
+      end();
+      return;
+    }
+    if (main_->framesTaken() == taken) {
+      main_->dropFrame();
+    }
+  }
+}
+
+gboolean StubClient::onMainReadable(int /*fd*/, GIOCondition /*condition*/, void *self) {
+  auto *client = static_cast<StubClient *>(self);
+  const std::shared_ptr<Stub> stub = client->stub_.shared_from_this();
+  const bool open = client->main_->fillAvailable();
+  if (client->state_ == State::kAwaitCallback) {
+    // Nothing may arrive before the connection is complete.
+    client->close();
+    return G_SOURCE_CONTINUE;
+  }
+  client->dispatchFrames();
+  if (client->state_ == State::kConnected &&
+      (!open || client->main_->bufferedFrame() == FrameState::kBroken)) {
+    client->end();
+  }
+  return G_SOURCE_CONTINUE;
+}
+
+gboolean StubClient::onCallbackHangUp(int /*fd*/, GIOCondition /*condition*/, void *self) {
+  auto *client = static_cast<StubClient *>(self);
+  const std::shared_ptr<Stub> stub = client->stub_.shared_from_this();
+  client->end();
+  return G_SOURCE_CONTINUE;
+}
+
+}  // namespace platform

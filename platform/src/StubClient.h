@@ -1,0 +1,52 @@
+// One proxy connection as a stub sees it: the main port (requests in, replies out) and the
+// callback port (events out), known by the instance id the stub gave it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "LoopSource.h"
+#include "Port.h"
+
+namespace platform {
+
+class Stub;
+
+class StubClient {
+ public:
+  StubClient(Stub &stub, std::string sender, std::string instance, std::unique_ptr<Port> main);
+  StubClient(const StubClient &) = delete;
+  StubClient &operator=(const StubClient &) = delete;
+  ~StubClient() = default;
+
+  const std::string &sender() const { return sender_; }
+  const std::string &instance() const { return instance_; }
+  bool awaitsCallbackPort() const { return state_ == State::kAwaitCallback; }
+  // The port of `type`, or nullptr while the callback port has not joined.
+  Port *port(rpc_port_port_type_e type) const;
+
+  // Completes the connection with its callback port.
+  void attachCallback(std::unique_ptr<Port> callback);
+  // Closes both ports without reporting anything.
+  void close();
+
+ private:
+  enum class State { kAwaitCallback, kConnected, kClosed };
+
+  void dispatchFrames();
+  void end();
+
+  static gboolean onMainReadable(int fd, GIOCondition condition, void *self);
+  static gboolean onCallbackHangUp(int fd, GIOCondition condition, void *self);
+
+  Stub &stub_;
+  const std::string sender_;
+  const std::string instance_;
+  State state_ = State::kAwaitCallback;
+  std::unique_ptr<Port> main_;
+  std::unique_ptr<Port> callback_;
+  LoopSource mainWatch_;
+  LoopSource callbackWatch_;
+};
+
+}  // namespace platform
