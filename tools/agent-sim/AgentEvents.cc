@@ -1,5 +1,7 @@
 #include <oxa.h>
 
+#include <algorithm>
+
 #include "Agent.h"
 
 namespace oxa_sim {
@@ -11,8 +13,8 @@ constexpr int kMessageCommandId = 3;
 constexpr int kMessageCommandType = OXA_COMMAND_TYPE_3;
 
 Bytes messagePayload(const Bytes &data) {
-  Bytes payload = {0, 0};
-  payload.insert(payload.end(), data.begin(), data.end());
+  Bytes payload(data.size() + 2, 0);
+  std::copy(data.begin(), data.end(), payload.begin() + 2);
   return payload;
 }
 
