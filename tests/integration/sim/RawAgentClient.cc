@@ -31,7 +31,9 @@ void expectRead(int result, const char *what) {
 
 }  // namespace
 
-Request::Request(int methodId) : parcel_(newParcel()) { i32(methodId); }
+Request::Request(int methodId) : parcel_(newParcel()) {
+  i32(methodId);
+}
 
 Request &Request::i32(int value) {
   rpc_port_parcel_write_int32(parcel_.get(), value);
@@ -139,7 +141,9 @@ int Client::connect(const std::string &appid) {
   return rpc_port_proxy_connect(proxy_, appid.c_str(), "OxaAgentInterface");
 }
 
-int Client::send(const Request &request) { return rpc_port_parcel_send(request.get(), port_); }
+int Client::send(const Request &request) {
+  return rpc_port_parcel_send(request.get(), port_);
+}
 
 Reply Client::call(const Request &request) {
   if (send(request) != RPC_PORT_ERROR_NONE) {

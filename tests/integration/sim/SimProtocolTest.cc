@@ -2,11 +2,11 @@
 #include <gtest/gtest.h>
 #include <oxa.h>
 
+#include <sys/wait.h>
 #include <chrono>
 #include <csignal>
 #include <memory>
 #include <string>
-#include <sys/wait.h>
 
 #include "RawAgentClient.h"
 #include "SimTest.h"
@@ -127,8 +127,10 @@ class SimProtocolTest : public oxa::test::SimTest {
   void barrier(raw_agent::Client &client, int seq) {
     const size_t before = client.eventsOf(raw_agent::kCommandSent).size();
     Command ping{kEcho, kService, 1, 1, {0x42}, seq};
-    ASSERT_EQ(resultOf(client, Request(kSendCommand).i32(kService).command(ping).delegate(
-                                   raw_agent::kCommandSent, 900 + seq)),
+    ASSERT_EQ(resultOf(client, Request(kSendCommand)
+                                   .i32(kService)
+                                   .command(ping)
+                                   .delegate(raw_agent::kCommandSent, 900 + seq)),
               0);
     ASSERT_TRUE(waitForEvents(client, raw_agent::kCommandSent, before + 1));
   }
@@ -426,8 +428,7 @@ TEST_F(SimProtocolTest, RequiredPrivilegeRejectsClientsWithoutIt) {
   EXPECT_TRUE(client.rejected());
   EXPECT_EQ(client.rejectError(), RPC_PORT_ERROR_PERMISSION_DENIED);
 
-  setenv("RPC_PORT_PRIVILEGES", "http://oxa.org/privilege/other,http://oxa.org/privilege/agent",
-         1);
+  setenv("RPC_PORT_PRIVILEGES", "http://oxa.org/privilege/other,http://oxa.org/privilege/agent", 1);
   raw_agent::Client privileged(context());
   ASSERT_EQ(privileged.connect(kAgent), 0);
   ASSERT_TRUE(runUntil([&] { return privileged.rejected() || privileged.connected(); }));
