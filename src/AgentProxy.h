@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "DelegateIndex.h"
+
 namespace rpc_port {
 namespace AgentProxy {
 
@@ -145,7 +147,9 @@ class OxaAgentInterface {
   void DisposeCallback(const std::string &tag);
 
   // Delegates are taken by rvalue reference: the proxy moves them into its list only once it
-  // holds its lock, so on an earlier throw the caller still owns its delegate.
+  // holds its lock, so on an earlier throw the caller still owns its delegate. That holds only
+  // for a pointer of the exact event class (e.g. std::unique_ptr<OnDeviceFoundEvent>): a pointer
+  // to a derived class is converted into a temporary that takes the delegate at the call.
   void RegisterService(int handlerId, std::unique_ptr<OnServiceRegisteredEvent> &&callback);
   int UnregisterService(int handlerId);
   int GetServiceState(int handlerId, bool &state);
@@ -161,8 +165,7 @@ class OxaAgentInterface {
   int UnregisterDeviceFoundEvent(int handlerId);
   int RegisterDeviceLostEvent(int handlerId, std::unique_ptr<OnDeviceLostEvent> &&callback);
   int UnregisterDeviceLostEvent(int handlerId);
-  int RegisterContextChangedEvent(int handlerId,
-                                  std::unique_ptr<OnContextChangedEvent> &&callback);
+  int RegisterContextChangedEvent(int handlerId, std::unique_ptr<OnContextChangedEvent> &&callback);
   int UnregisterContextChangedEvent(int handlerId);
   int StartDiscovery(int handlerId);
   int StopDiscovery(int handlerId);
@@ -176,11 +179,38 @@ class OxaAgentInterface {
   int Unregister();
 
  private:
+  using DelegateList = std::list<std::unique_ptr<CallbackBase>>;
+
+  struct ParcelDeleter {
+    void operator()(rpc_port_parcel_h parcel) const;
+  };
+  using Parcel = std::unique_ptr<rpc_port_parcel_s, ParcelDeleter>;
+
   static void OnConnectedCB(const char *endpoint, const char *portName, rpc_port_h port,
                             void *data);
   static void OnDisconnectedCB(const char *endpoint, const char *portName, void *data);
   static void OnRejectedCB(const char *endpoint, const char *portName, void *data);
   static void OnReceivedCB(const char *endpoint, const char *portName, void *data);
+
+  // The call frame shared by every agent method.
+  Parcel BeginRequest(const char *method, int methodId);
+  Parcel Call(const char *method, Parcel &request);
+  template <typename Delegate>
+  Parcel CallWithDelegate(const char *method, Parcel &request, std::unique_ptr<Delegate> &delegate);
+  Parcel SendRequest(const char *method, Parcel &request,
+                     std::unique_lock<std::recursive_mutex> &lock, bool waitForReply);
+  Parcel ReadReply(const char *method, Parcel &request,
+                   std::unique_lock<std::recursive_mutex> &lock);
+  int CallWithHandlerId(const char *method, int methodId, int handlerId);
+  template <typename Delegate>
+  int RegisterEvent(const char *method, int methodId, int handlerId,
+                    std::unique_ptr<Delegate> &delegate);
+
+  // Every change of `delegates` goes through these, which keep `delegateIndex` in step.
+  void AddDelegate(std::unique_ptr<CallbackBase> delegate);
+  void RemoveDelegate(DelegateList::iterator position);
+  void ClearDelegates();
+  void Dispatch(rpc_port_parcel_h parcel);
 
   rpc_port_h port = nullptr;
   rpc_port_h callbackPort = nullptr;
@@ -189,6 +219,7 @@ class OxaAgentInterface {
   std::recursive_mutex mutex;
   std::list<std::unique_ptr<CallbackBase>> delegates;
   std::string targetAppId;
+  DelegateIndex<DelegateList::iterator> delegateIndex;
 };
 
 }  // namespace proxy

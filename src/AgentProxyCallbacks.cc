@@ -1,0 +1,169 @@
+#include "AgentProxyCallbacks.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Exception.h"
+
+namespace Oxa::Capi {
+
+namespace {
+
+constexpr size_t kAddressLength = 17;
+// Bytes in front of a simple message's data inside its command payload.
+constexpr size_t kSimpleMessageHeaderSize = 2;
+
+struct FreeDeleter {
+  void operator()(unsigned char *data) const { std::free(data); }
+};
+
+Device toDevice(const DeviceRecord &record) {
+  return {record.address, toDeviceType(record.type), record.name};
+}
+
+// Calls `callback` with a device built from `record`; the device lives for the call only.
+void deliverDevice(const DeviceCallback &callback, const DeviceRecord &record) {
+  Device device = toDevice(record);
+  if (callback) {
+    callback(&device);
+  }
+}
+
+}  // namespace
+
+std::map<int, Command *> sentCommands;
+std::atomic<int> sentCommandCounter{0};
+
+CommandRecord toSentCommandRecord(int handlerId, Command *command) {
+  CommandRecord record;
+  record.address = command->getAddress();
+  record.handlerId = handlerId;
+  record.id = command->getId();
+  record.type = command->getType();
+  record.payload = command->getPayload();
+  record.seqId = sentCommandCounter++;
+  // Last, so that a failure above leaves no entry behind.
+  sentCommands[record.seqId] = command;
+  return record;
+}
+
+Command *takeSentCommand(int seqId) {
+  auto entry = sentCommands.find(seqId);
+  if (entry == sentCommands.end()) {
+    return nullptr;
+  }
+  Command *command = entry->second;
+  sentCommands.erase(entry);
+  return command;
+}
+
+OnServiceRegisteredCallback::OnServiceRegisteredCallback(RegisteredCallback callback)
+    : OnServiceRegisteredEvent(kServiceRegisteredDelegate, false), callback(std::move(callback)) {}
+
+void OnServiceRegisteredCallback::OnReceived(int result) {
+  if (callback) {
+    callback(static_cast<oxa_error_e>(result));
+  }
+}
+
+OnServiceStateChangedCallback::OnServiceStateChangedCallback(ServiceStateChangedCallback callback)
+    : OnServiceStateChangedEvent(kServiceStateChangedDelegate, false),
+      callback(std::move(callback)) {}
+
+void OnServiceStateChangedCallback::OnReceived(bool state) {
+  if (callback) {
+    callback(state ? 1 : 0);
+  }
+}
+
+OnCommandSentCallback::OnCommandSentCallback(CommandSentCallback callback)
+    : OnCommandSentEvent(kCommandSentDelegate, false), callback(std::move(callback)) {}
+
+// Without a function the entry stays in sentCommands: nobody would take the command back.
+void OnCommandSentCallback::OnReceived(int result, const CommandRecord &command) {
+  if (!callback) {
+    return;
+  }
+  callback(takeSentCommand(command.seqId), static_cast<oxa_error_e>(result));
+}
+
+OnCommandReceivedCallback::OnCommandReceivedCallback(CommandReceivedCallback callback)
+    : OnCommandReceivedEvent(kCommandReceivedDelegate, false), callback(std::move(callback)) {}
+
+void OnCommandReceivedCallback::OnReceived(const CommandRecord &command) {
+  Command received(command.address, command.type, command.id, command.payload);
+  if (callback) {
+    callback(&received);
+  }
+}
+
+OnDeviceFoundCallback::OnDeviceFoundCallback(DeviceCallback callback)
+    : OnDeviceFoundEvent(kDeviceFoundDelegate, false), callback(std::move(callback)) {}
+
+void OnDeviceFoundCallback::OnReceived(const DeviceRecord &device) {
+  deliverDevice(callback, device);
+}
+
+OnDeviceLostCallback::OnDeviceLostCallback(DeviceCallback callback)
+    : OnDeviceLostEvent(kDeviceLostDelegate, false), callback(std::move(callback)) {}
+
+void OnDeviceLostCallback::OnReceived(const DeviceRecord &device) {
+  deliverDevice(callback, device);
+}
+
+OnContextChangedCallback::OnContextChangedCallback(DeviceCallback callback)
+    : OnContextChangedEvent(kContextChangedDelegate, false), callback(std::move(callback)) {}
+
+void OnContextChangedCallback::OnReceived(const DeviceRecord &device) {
+  deliverDevice(callback, device);
+}
+
+OnSimpleMessageSentCallback::OnSimpleMessageSentCallback(SimpleMessageSentCallback callback,
+                                                         SimpleMessage *message)
+    : OnCommandSentEvent(kCommandSentDelegate, false),
+      callback(std::move(callback)),
+      message(message) {}
+
+// The wrapper command is the library's own, so it goes whether or not anyone listens.
+void OnSimpleMessageSentCallback::OnReceived(int result, const CommandRecord &command) {
+  delete takeSentCommand(command.seqId);
+  if (callback) {
+    callback(message, static_cast<oxa_error_e>(result));
+  }
+}
+
+OnSimpleMessageReceivedCallback::OnSimpleMessageReceivedCallback(
+    SimpleMessageReceivedCallback callback)
+    : OnCommandReceivedEvent(kCommandReceivedDelegate, false), callback(std::move(callback)) {}
+
+void OnSimpleMessageReceivedCallback::OnReceived(const CommandRecord &command) {
+  const std::string address = command.address;
+  if (address.size() != kAddressLength) {
+    OXA_LOGE("Invalid MAC address length[%d]", static_cast<int>(address.size()));
+    return;
+  }
+  const std::vector<unsigned char> &payload = command.payload;
+  if (payload.size() < kSimpleMessageHeaderSize) {
+    OXA_LOGE("Invalid data. payload size[%d]", static_cast<int>(payload.size()));
+    return;
+  }
+  const size_t length = payload.size() - kSimpleMessageHeaderSize;
+  OXA_LOGI("Data length[%d]", static_cast<int>(length));
+  std::unique_ptr<unsigned char, FreeDeleter> data;
+  if (length != 0) {
+    data.reset(static_cast<unsigned char *>(std::malloc(length)));
+    if (!data) {
+      OXA_LOGE("malloc() failed");
+      return;
+    }
+    std::memcpy(data.get(), payload.data() + kSimpleMessageHeaderSize, length);
+  }
+  if (callback) {
+    callback(address.c_str(), data.get(), static_cast<int>(length));
+  }
+}
+
+}  // namespace Oxa::Capi

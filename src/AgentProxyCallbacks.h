@@ -1,0 +1,133 @@
+#ifndef OXA_SRC_AGENT_PROXY_CALLBACKS_H_
+#define OXA_SRC_AGENT_PROXY_CALLBACKS_H_
+
+#include <atomic>
+#include <functional>
+#include <map>
+
+#include "AgentProxy.h"
+#include "Service.h"
+#include "oxa.h"
+
+namespace Oxa::Capi {
+
+using AgentInterface = rpc_port::AgentProxy::proxy::OxaAgentInterface;
+using rpc_port::AgentProxy::CommandRecord;
+using rpc_port::AgentProxy::DeviceRecord;
+
+// Delegate ids the agent knows the events by.
+enum DelegateId : int {
+  kServiceRegisteredDelegate = 1,
+  kServiceStateChangedDelegate = 2,
+  kCommandSentDelegate = 3,
+  kCommandReceivedDelegate = 4,
+  kDeviceFoundDelegate = 5,
+  kDeviceLostDelegate = 6,
+  kContextChangedDelegate = 7,
+};
+
+// Commands awaiting their sent event, by the sequence number of the record that carried them.
+// Shared by the request thread that sends and the event thread that reports; it has no lock of its
+// own, like the rest of the event path.
+extern std::map<int, Command *> sentCommands;
+// Sequence number of the next sent command record; the first one of the process is 0.
+extern std::atomic<int> sentCommandCounter;
+
+// The record carrying `command` for the service `handlerId`, numbered with the next sequence
+// number; `command` is entered in sentCommands under that number.
+CommandRecord toSentCommandRecord(int handlerId, Command *command);
+// Removes the entry for `seqId` from sentCommands; returns what it held, or nullptr.
+Command *takeSentCommand(int seqId);
+
+using ServiceStateChangedCallback = std::function<void(int)>;
+using CommandReceivedCallback = std::function<void(Command *)>;
+using DeviceCallback = std::function<void(Device *)>;
+using SimpleMessageReceivedCallback = std::function<void(const char *, unsigned char *, int)>;
+
+class OnServiceRegisteredCallback : public AgentInterface::OnServiceRegisteredEvent {
+ public:
+  explicit OnServiceRegisteredCallback(RegisteredCallback callback);
+  void OnReceived(int result) override;
+
+ private:
+  RegisteredCallback callback;
+};
+
+class OnServiceStateChangedCallback : public AgentInterface::OnServiceStateChangedEvent {
+ public:
+  explicit OnServiceStateChangedCallback(ServiceStateChangedCallback callback);
+  void OnReceived(bool state) override;
+
+ private:
+  ServiceStateChangedCallback callback;
+};
+
+class OnCommandSentCallback : public AgentInterface::OnCommandSentEvent {
+ public:
+  explicit OnCommandSentCallback(CommandSentCallback callback);
+  void OnReceived(int result, const CommandRecord &command) override;
+
+ private:
+  CommandSentCallback callback;
+};
+
+class OnCommandReceivedCallback : public AgentInterface::OnCommandReceivedEvent {
+ public:
+  explicit OnCommandReceivedCallback(CommandReceivedCallback callback);
+  void OnReceived(const CommandRecord &command) override;
+
+ private:
+  CommandReceivedCallback callback;
+};
+
+class OnDeviceFoundCallback : public AgentInterface::OnDeviceFoundEvent {
+ public:
+  explicit OnDeviceFoundCallback(DeviceCallback callback);
+  void OnReceived(const DeviceRecord &device) override;
+
+ private:
+  DeviceCallback callback;
+};
+
+class OnDeviceLostCallback : public AgentInterface::OnDeviceLostEvent {
+ public:
+  explicit OnDeviceLostCallback(DeviceCallback callback);
+  void OnReceived(const DeviceRecord &device) override;
+
+ private:
+  DeviceCallback callback;
+};
+
+class OnContextChangedCallback : public AgentInterface::OnContextChangedEvent {
+ public:
+  explicit OnContextChangedCallback(DeviceCallback callback);
+  void OnReceived(const DeviceRecord &device) override;
+
+ private:
+  DeviceCallback callback;
+};
+
+// A simple message travels as a command; its sent event also releases the wrapper command.
+class OnSimpleMessageSentCallback : public AgentInterface::OnCommandSentEvent {
+ public:
+  OnSimpleMessageSentCallback(SimpleMessageSentCallback callback, SimpleMessage *message);
+  void OnReceived(int result, const CommandRecord &command) override;
+
+ private:
+  SimpleMessageSentCallback callback;
+  SimpleMessage *message;
+};
+
+// Unwraps a received command into a simple message: two header bytes, then the data.
+class OnSimpleMessageReceivedCallback : public AgentInterface::OnCommandReceivedEvent {
+ public:
+  explicit OnSimpleMessageReceivedCallback(SimpleMessageReceivedCallback callback);
+  void OnReceived(const CommandRecord &command) override;
+
+ private:
+  SimpleMessageReceivedCallback callback;
+};
+
+}  // namespace Oxa::Capi
+
+#endif  // OXA_SRC_AGENT_PROXY_CALLBACKS_H_

@@ -1,0 +1,109 @@
+#ifndef OXA_SRC_SERVICE_H_
+#define OXA_SRC_SERVICE_H_
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "oxa.h"
+
+namespace Oxa::Capi {
+
+// A peer device known to the agent, or the application's own device.
+class Device {
+ public:
+  Device(std::string address, int type, std::string name)
+      : address(std::move(address)), type(type), name(std::move(name)) {}
+  Device(std::string address, std::string name)
+      : Device(std::move(address), OXA_DEVICE_TYPE_UNKNOWN, std::move(name)) {}
+
+  const std::string &getAddress() const { return address; }
+  int getType() const { return type; }
+  const std::string &getName() const { return name; }
+
+ private:
+  std::string address;
+  int type;
+  std::string name;
+};
+
+// A typed, numbered command with a byte payload, addressed to (or received from) a device.
+class Command {
+ public:
+  Command(std::string address, int type, int id, std::vector<unsigned char> payload)
+      : address(std::move(address)), type(type), id(id), payload(std::move(payload)) {}
+
+  const std::string &getAddress() const { return address; }
+  int getType() const { return type; }
+  int getId() const { return id; }
+  const std::vector<unsigned char> &getPayload() const { return payload; }
+
+ private:
+  std::string address;
+  int type;
+  int id;
+  std::vector<unsigned char> payload;
+};
+
+// A short block of bytes addressed to (or received from) a device.
+class SimpleMessage {
+ public:
+  SimpleMessage(std::string address, std::vector<unsigned char> data)
+      : address(std::move(address)), data(std::move(data)) {}
+
+  const std::string &getAddress() const { return address; }
+  const std::vector<unsigned char> &getData() const { return data; }
+
+ private:
+  std::string address;
+  std::vector<unsigned char> data;
+};
+
+// Device types the agent reports outside 1..5 are exposed as OXA_DEVICE_TYPE_UNKNOWN.
+int toDeviceType(int type);
+
+using RegisteredCallback = std::function<void(oxa_error_e)>;
+using CommandSentCallback = std::function<void(Command *, oxa_error_e)>;
+using SimpleMessageSentCallback = std::function<void(SimpleMessage *, oxa_error_e)>;
+
+// One service of the application; every agent request it makes carries its type as handler id.
+class Service {
+ public:
+  // Throws Exception(OXA_ERROR_INVALID_PARAMETER) for a type other than 1, 3 or 6.
+  explicit Service(int type);
+  ~Service();
+  Service(const Service &) = delete;
+  Service &operator=(const Service &) = delete;
+
+  int getRequestedType() const { return requestedType; }
+  int getType() const { return type; }
+  int getAppId() const { return appId; }
+
+  int registerService(RegisteredCallback callback);
+  int unregisterService();
+  // Writes the agent's state (0 or 1) into `state`.
+  int getState(int &state);
+  int setAppId(int id);
+  int startDiscovery();
+  int stopDiscovery();
+  int updateContext(int contextType, const std::vector<unsigned char> &context);
+  // `command` stays the caller's; it is handed back to `callback` when the agent reports the send.
+  int sendCommand(Command *command, CommandSentCallback callback);
+  // `message` stays the caller's; it is handed back to `callback` when the agent reports the send.
+  int sendSimpleMessage(SimpleMessage *message, SimpleMessageSentCallback callback);
+
+ private:
+  void onRegistered(oxa_error_e result);
+  static bool permissionDenied(const char *function = __builtin_FUNCTION(),
+                               int line = __builtin_LINE());
+
+  int requestedType;
+  int type;
+  RegisteredCallback registrationCallback;
+  int appId = 0;
+};
+
+}  // namespace Oxa::Capi
+
+#endif  // OXA_SRC_SERVICE_H_
