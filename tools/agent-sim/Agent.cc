@@ -153,7 +153,7 @@ Reply Agent::unregisterService(Client &client, const Request &request) {
 }
 
 Reply Agent::registerDelegate(Client &client, EventKind kind, const Request &request) {
-  client.delegates[{kind, request.handlerId}] = request.delegate;
+  client.delegates[{kind, request.handlerId}].push_back(request.delegate);
   return resultOnly(request.method, OXA_ERROR_NONE);
 }
 

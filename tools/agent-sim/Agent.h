@@ -67,7 +67,7 @@ class Agent {
   std::vector<Outgoing> takeOutbox() { return std::exchange(outbox_, {}); }
 
   // Event fan-out (AgentEvents.cc).
-  void notify(const Client &client, EventKind kind, int handlerId, Event event);
+  void notify(const Client &client, EventKind kind, int handlerId, const Event &event);
   void reply(const std::string &instance, EventKind kind, const Delegate &delegate, Event event);
   void announce(const SimDevice &device, EventKind kind);
   void contextChanged(const SimDevice &device, int serviceType);

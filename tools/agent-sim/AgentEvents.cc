@@ -20,10 +20,12 @@ Bytes messagePayload(const Bytes &data) {
 
 }  // namespace
 
-void Agent::notify(const Client &client, EventKind kind, int handlerId, Event event) {
-  const auto delegate = client.delegates.find({kind, handlerId});
-  if (delegate != client.delegates.end()) {
-    reply(client.instance, kind, delegate->second, std::move(event));
+void Agent::notify(const Client &client, EventKind kind, int handlerId, const Event &event) {
+  const auto delegates = client.delegates.find({kind, handlerId});
+  if (delegates != client.delegates.end()) {
+    for (const Delegate &delegate : delegates->second) {
+      reply(client.instance, kind, delegate, event);
+    }
   }
 }
 

@@ -24,8 +24,9 @@ struct Client {
   int appId = 0;
   // handlerId -> whether discovery runs now; an entry exists once discovery was started.
   std::map<int, bool> discovery;
-  // The latest delegate registered per event kind and handlerId.
-  std::map<DelegateKey, Delegate> delegates;
+  // Every delegate registered per event kind and handlerId, in registration order; an event goes
+  // to all of them, as the library keeps each registration's delegate.
+  std::map<DelegateKey, std::vector<Delegate>> delegates;
 };
 
 class ClientRegistry {

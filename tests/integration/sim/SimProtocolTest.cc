@@ -7,6 +7,7 @@
 #include <csignal>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "RawAgentClient.h"
 #include "SimTest.h"
@@ -247,23 +248,26 @@ TEST_F(SimProtocolTest, EventsGoOnlyToTheDelegatesOfTheirHandlerId) {
   EXPECT_EQ(found[0].device, kTvDevice);
 }
 
-TEST_F(SimProtocolTest, AnotherRegistrationReplacesTheDelegateAndUnregisterStopsEvents) {
+TEST_F(SimProtocolTest, EveryRegistrationGetsTheEventsUntilUnregistered) {
   startWithScenario();
   auto client = connect();
   ASSERT_EQ(registerDelegate(*client, kRegisterDeviceFoundEvent, 5, 1), 0);
   ASSERT_EQ(registerDelegate(*client, kRegisterDeviceFoundEvent, 5, 8), 0);
   ASSERT_EQ(resultOf(*client, Request(kStartDiscovery).i32(kService)), 0);
-  ASSERT_TRUE(waitForEvents(*client, raw_agent::kDeviceFound, 2));
+  ASSERT_TRUE(waitForEvents(*client, raw_agent::kDeviceFound, 4));
+  std::vector<std::pair<int, std::string>> found;
   for (const Event &event : client->eventsOf(raw_agent::kDeviceFound)) {
-    EXPECT_EQ(event.seq, 8);
+    found.emplace_back(event.seq, event.device.address);
   }
+  EXPECT_EQ(found,
+            (std::vector<std::pair<int, std::string>>{{1, kTv}, {8, kTv}, {1, kEcho}, {8, kEcho}}));
 
   EXPECT_EQ(resultOf(*client, Request(kUnregisterDeviceFoundEvent).i32(kService)), 0);
   EXPECT_EQ(resultOf(*client, Request(kUnregisterDeviceLostEvent).i32(kService)), 0);
   EXPECT_EQ(resultOf(*client, Request(kUnregisterContextChangedEvent).i32(kService)), 0);
   ASSERT_EQ(resultOf(*client, Request(kStartDiscovery).i32(kService)), 0);
   barrier(*client, 1);
-  EXPECT_EQ(client->eventsOf(raw_agent::kDeviceFound).size(), 2U);
+  EXPECT_EQ(client->eventsOf(raw_agent::kDeviceFound).size(), 4U);
 }
 
 TEST_F(SimProtocolTest, DeviceQueriesAnswerFromTheWorld) {
