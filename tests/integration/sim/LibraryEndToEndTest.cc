@@ -53,7 +53,9 @@ constexpr char kScenario[] = R"({
   ]
 })";
 
-Bytes bytesOf(const std::string &text) { return Bytes(text.begin(), text.end()); }
+Bytes bytesOf(const std::string &text) {
+  return Bytes(text.begin(), text.end());
+}
 
 class LibraryEndToEndTest : public oxa::test::LibraryTest {
  protected:
@@ -162,7 +164,8 @@ TEST_F(LibraryEndToEndTest, DestroyingARegisteredServiceUnregistersIt) {
 }
 
 TEST_F(LibraryEndToEndTest, AgentRefusalsReachTheApplication) {
-  start({"--fail", "RegisterService=-38", "--fail", "StartDiscovery=-13", "--refuse-state-changed"});
+  start(
+      {"--fail", "RegisterService=-38", "--fail", "StartDiscovery=-13", "--refuse-state-changed"});
   initialize();
   const oxa::test::Service service = createService(OXA_SERVICE_TYPE_1);
   // A refused state-change registration still reports success to the application.
@@ -235,8 +238,7 @@ TEST_F(LibraryEndToEndTest, DeviceDataComesFromTheAgent) {
   oxa_device_h raw = nullptr;
   ASSERT_EQ(oxa_get_my_device(service.get(), "", &raw), OXA_ERROR_NONE);
   const oxa::test::Device self(raw);
-  EXPECT_EQ(oxa::test::readDevice(self.get()),
-            DeviceSeen({kSelf, kAppId, OXA_DEVICE_TYPE_1}));
+  EXPECT_EQ(oxa::test::readDevice(self.get()), DeviceSeen({kSelf, kAppId, OXA_DEVICE_TYPE_1}));
 
   raw = nullptr;
   ASSERT_EQ(oxa_get_my_device(service.get(), kTv, &raw), OXA_ERROR_NONE);
@@ -261,9 +263,8 @@ TEST_F(LibraryEndToEndTest, DeviceDataComesFromTheAgent) {
   EXPECT_EQ(context(tv.get(), OXA_SERVICE_TYPE_1, OXA_CONTEXT_TYPE_2), bytesOf("on"));
   EXPECT_EQ(context(tv.get(), OXA_SERVICE_TYPE_1, OXA_CONTEXT_TYPE_1), bytesOf("ch7"));
   EXPECT_TRUE(context(tv.get(), OXA_SERVICE_TYPE_1, OXA_CONTEXT_TYPE_3, OXA_ERROR_NO_DATA).empty());
-  EXPECT_TRUE(
-      context(tv.get(), OXA_SERVICE_TYPE_6, OXA_CONTEXT_TYPE_3, OXA_ERROR_INVALID_OPERATION)
-          .empty());
+  EXPECT_TRUE(context(tv.get(), OXA_SERVICE_TYPE_6, OXA_CONTEXT_TYPE_3, OXA_ERROR_INVALID_OPERATION)
+                  .empty());
 
   const Bytes published = bytesOf("abc");
   ASSERT_EQ(oxa_update_context(service.get(), OXA_CONTEXT_TYPE_2, published.data(),

@@ -8,7 +8,9 @@ namespace oxa::test {
 
 namespace {
 
-Events &of(void *events) { return *static_cast<Events *>(events); }
+Events &of(void *events) {
+  return *static_cast<Events *>(events);
+}
 
 std::string takeString(char *text) {
   std::string value = text != nullptr ? text : "";

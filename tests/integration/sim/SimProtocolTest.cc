@@ -503,7 +503,7 @@ TEST_F(SimProtocolTest, StopsCleanlyOnSigterm) {
 TEST_F(SimProtocolTest, BadScenarioIsRefusedWithItsReason) {
   const std::string path = writeScenario(
       R"({"devices": [], "timeline": [{"at_ms": 1, "action": "appear", "address": "X"}]})");
-  oxa::test::SimProcess sim(runtimeDir(), {"--scenario", path});
+  oxa::test::ChildProgram sim(oxa::test::simCommand(runtimeDir(), {"--scenario", path}));
   const std::optional<int> status = sim.waitExit();
   ASSERT_TRUE(status.has_value());
   EXPECT_EQ(WEXITSTATUS(*status), 1);

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "ChildProgram.h"
 #include "RuntimeDir.h"
-#include "SimProcess.h"
 
 namespace oxa::test {
 
@@ -15,13 +15,14 @@ namespace oxa::test {
 class SimTest : public PlatformTest {
  protected:
   // Starts the simulator with `args` and waits for its ready line.
-  SimProcess &startSim(const std::vector<std::string> &args = {}) {
-    sim_ = std::make_unique<SimProcess>(runtimeDir(), args);
-    EXPECT_TRUE(sim_->waitReady()) << sim_->output();
+  ChildProgram &startSim(const std::vector<std::string> &args = {}) {
+    sim_.reset();
+    sim_ = std::make_unique<ChildProgram>(simCommand(runtimeDir(), args));
+    EXPECT_TRUE(sim_->waitForOutput(kSimReadyLine)) << sim_->output();
     return *sim_;
   }
 
-  SimProcess &sim() { return *sim_; }
+  ChildProgram &sim() { return *sim_; }
 
   // Writes `json` into the runtime dir and returns the file's path.
   std::string writeScenario(const std::string &json) {
@@ -31,7 +32,7 @@ class SimTest : public PlatformTest {
   }
 
  private:
-  std::unique_ptr<SimProcess> sim_;
+  std::unique_ptr<ChildProgram> sim_;
 };
 
 }  // namespace oxa::test
