@@ -20,12 +20,12 @@ const char *builtinScenarioJson() {
      "contexts": [{"service": 1, "context": 3, "text": "21.5 C"}]}
   ],
   "timeline": [
-    {"at_ms": 300, "action": "appear", "address": "A0:00:00:00:00:04"},
-    {"at_ms": 600, "action": "context", "address": "A0:00:00:00:00:01",
+    {"at_ms": 100, "action": "appear", "address": "A0:00:00:00:00:04"},
+    {"at_ms": 200, "action": "context", "address": "A0:00:00:00:00:01",
      "service": 1, "context": 1, "text": "channel 9"},
-    {"at_ms": 900, "action": "message", "address": "A0:00:00:00:00:01",
+    {"at_ms": 300, "action": "message", "address": "A0:00:00:00:00:01",
      "service": 1, "text": "hello from the TV"},
-    {"at_ms": 1200, "action": "disappear", "address": "A0:00:00:00:00:04"}
+    {"at_ms": 400, "action": "disappear", "address": "A0:00:00:00:00:04"}
   ]
 }
 )json";
