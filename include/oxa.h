@@ -517,7 +517,7 @@ int oxa_command_get_payload(oxa_command_h command, unsigned char **payload, int 
  *                with free(); must not be NULL
  * @return ::OXA_ERROR_NONE; ::OXA_ERROR_INVALID_PARAMETER when @p command is NULL;
  *         ::OXA_ERROR_INTERNAL_ERROR when the address is not 17 characters long (possible for a
- *         received command); ::OXA_ERROR_OUT_OF_MEMORY.
+ *         received command); ::OXA_ERROR_OUT_OF_MEMORY (then @p address is set to NULL).
  */
 int oxa_command_get_address(oxa_command_h command, char **address);
 

@@ -19,8 +19,9 @@ constexpr size_t kFillLimit = 4U * 1024U * 1024U;
 
 using Clock = std::chrono::steady_clock;
 
+// Rounded up, so a wait never ends before its deadline.
 int remainingMs(Clock::time_point deadline) {
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
   return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
@@ -32,7 +33,7 @@ bool pollUntil(int fd, short events, Clock::time_point deadline) {
     if (ready > 0) {
       return true;
     }
-    if (ready == 0 || errno != EINTR) {
+    if ((ready == 0 && Clock::now() >= deadline) || (ready < 0 && errno != EINTR)) {
       return false;
     }
   }

@@ -120,6 +120,29 @@ TEST_F(FakePlatformSelfTest, ScriptedResultsOnceThenSticky) {
   EXPECT_EQ(sent[2].result, -1);
 }
 
+TEST_F(FakePlatformSelfTest, RepeatedParcelsAreServedAfterTheQueue) {
+  fake::QueueCallback({fake::Int32(1)});
+  fake::SetRepeatedCallback({fake::Int32(2)});
+  fake::SetRepeatedReply({fake::Int32(3)});
+  const auto readFirst = [](rpc_port_h port) {
+    rpc_port_parcel_h parcel = nullptr;
+    EXPECT_EQ(rpc_port_parcel_create_from_port(&parcel, port), 0);
+    int value = 0;
+    rpc_port_parcel_read_int32(parcel, &value);
+    rpc_port_parcel_destroy(parcel);
+    return value;
+  };
+  EXPECT_EQ(readFirst(fake::CallbackPort()), 1);
+  EXPECT_EQ(readFirst(fake::CallbackPort()), 2);
+  EXPECT_EQ(readFirst(fake::CallbackPort()), 2);
+  EXPECT_EQ(readFirst(fake::MainPort()), 3);
+  fake::ClearRepeatedCallback();
+  fake::ClearRepeatedReply();
+  rpc_port_parcel_h parcel = nullptr;
+  EXPECT_EQ(rpc_port_parcel_create_from_port(&parcel, fake::CallbackPort()), -5);
+  EXPECT_EQ(rpc_port_parcel_create_from_port(&parcel, fake::MainPort()), -5);
+}
+
 struct Events {
   int connected = 0;
   int disconnected = 0;

@@ -61,8 +61,12 @@ TestStub::TestStub(const char *portName) {
   rpc_port_stub_add_connected_event_cb(
       handle_,
       [](const char *sender, const char *instance, void *self) {
-        static_cast<TestStub *>(self)->connected.emplace_back(instance);
-        static_cast<TestStub *>(self)->senders.emplace_back(sender);
+        auto *stub = static_cast<TestStub *>(self);
+        stub->connected.emplace_back(instance);
+        stub->senders.emplace_back(sender);
+        if (stub->onConnected) {
+          stub->onConnected(instance);
+        }
       },
       this);
   rpc_port_stub_add_disconnected_event_cb(

@@ -52,6 +52,7 @@ class TestStub {
   int sendEvent(const std::string &instance, int value) const;
 
   std::function<int(const std::string &instance, rpc_port_h port)> onReceived;
+  std::function<void(const std::string &instance)> onConnected;
   std::vector<std::string> connected;
   std::vector<std::string> disconnected;
   std::vector<std::string> senders;

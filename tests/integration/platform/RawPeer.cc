@@ -113,6 +113,11 @@ bool RawSocket::writeAll(const Bytes &bytes) const {
   return true;
 }
 
+bool RawSocket::readable() const {
+  pollfd entry{fd_, POLLIN, 0};
+  return ::poll(&entry, 1, 0) == 1;
+}
+
 bool RawSocket::readExactly(uint8_t *out, size_t size, std::chrono::milliseconds timeout) const {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   size_t done = 0;

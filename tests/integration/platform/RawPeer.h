@@ -38,6 +38,8 @@ class RawSocket {
   static RawSocket connectTo(const std::string &path);
   bool valid() const { return fd_ >= 0; }
   bool writeAll(const Bytes &bytes) const;
+  // True when a read would not block now (data or end of stream).
+  bool readable() const;
   // The body of the next frame, or nullopt at end of stream or after `timeout`.
   std::optional<Bytes> readFrame(std::chrono::milliseconds timeout) const;
   // True when the peer has closed (end of stream) within `timeout`; data read meanwhile is dropped.

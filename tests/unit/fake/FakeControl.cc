@@ -33,6 +33,13 @@ bool newestProxy(rpc_port_proxy_s &proxy) {
   });
 }
 
+// Starts (values) or ends (null) serving a repeated parcel on one port.
+bool setRepeated(State::Incoming &incoming, const Values *values) {
+  incoming.repeat = values != nullptr;
+  incoming.repeated = values != nullptr ? *values : Values{};
+  return incoming.repeat;
+}
+
 }  // namespace
 
 State &state() {
@@ -82,30 +89,35 @@ void SetRecordSentParcels(bool record) {
 }
 
 void QueueReply(const Values &values) {
-  snapshot([&values](State &current) { return &current.replies.emplace_back(values); });
+  snapshot([&values](State &current) { return &current.replies.queue.emplace_back(values); });
 }
 
 void QueueCallback(const Values &values) {
-  snapshot([&values](State &current) { return &current.callbacks.emplace_back(values); });
+  snapshot([&values](State &current) { return &current.callbacks.queue.emplace_back(values); });
+}
+
+void SetRepeatedReply(const Values &values) {
+  snapshot([&values](State &current) { return setRepeated(current.replies, &values); });
+}
+
+void ClearRepeatedReply() {
+  snapshot([](State &current) { return setRepeated(current.replies, nullptr); });
 }
 
 void SetRepeatedCallback(const Values &values) {
-  snapshot([&values](State &current) {
-    current.repeatedCallback = values;
-    return current.repeatCallback = true;
-  });
+  snapshot([&values](State &current) { return setRepeated(current.callbacks, &values); });
 }
 
 void ClearRepeatedCallback() {
-  snapshot([](State &current) { return current.repeatCallback = false; });
+  snapshot([](State &current) { return setRepeated(current.callbacks, nullptr); });
 }
 
 size_t PendingReplies() {
-  return snapshot([](State &current) { return current.replies.size(); });
+  return snapshot([](State &current) { return current.replies.queue.size(); });
 }
 
 size_t PendingCallbacks() {
-  return snapshot([](State &current) { return current.callbacks.size(); });
+  return snapshot([](State &current) { return current.callbacks.queue.size(); });
 }
 
 void SetResult(Call call, int result, Mode mode) {
@@ -228,10 +240,8 @@ void Reset() {
     current.getPortCalls.clear();
     current.sent.clear();
     current.recordSent = true;
-    current.replies.clear();
-    current.callbacks.clear();
-    current.repeatCallback = false;
-    current.repeatedCallback.clear();
+    current.replies = {};
+    current.callbacks = {};
     current.results.clear();
     current.faults.clear();
     current.logs.clear();

@@ -137,21 +137,17 @@ int rpc_port_parcel_create_from_port(rpc_port_parcel_h *h, rpc_port_h port) {
     return result;
   }
   const fake::Port kind = portOf(port);
-  std::deque<fake::Values> *queue = nullptr;
-  if (kind == fake::Port::Main) {
-    queue = &current.replies;
-  } else if (kind == fake::Port::Callback) {
-    queue = &current.callbacks;
-  } else {
+  if (kind == fake::Port::Other) {
     return RPC_PORT_ERROR_INVALID_PARAMETER;
   }
-  if (!queue->empty()) {
-    *h = addParcel(current, std::move(queue->front()));
-    queue->pop_front();
+  State::Incoming &incoming = kind == fake::Port::Main ? current.replies : current.callbacks;
+  if (!incoming.queue.empty()) {
+    *h = addParcel(current, std::move(incoming.queue.front()));
+    incoming.queue.pop_front();
     return RPC_PORT_ERROR_NONE;
   }
-  if (kind == fake::Port::Callback && current.repeatCallback) {
-    *h = addParcel(current, current.repeatedCallback);
+  if (incoming.repeat) {
+    *h = addParcel(current, incoming.repeated);
     return RPC_PORT_ERROR_NONE;
   }
   return RPC_PORT_ERROR_IO_ERROR;

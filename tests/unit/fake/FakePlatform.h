@@ -94,8 +94,10 @@ void SetRecordSentParcels(bool record);
 void QueueReply(const Values &values);
 // Parcels served FIFO by rpc_port_parcel_create_from_port on the callback port (-5 when empty).
 void QueueCallback(const Values &values);
-// When set, every create_from_port on the callback port with an empty queue serves a copy of
-// `values` (for benchmarks that dispatch the same event many times). ClearRepeatedCallback ends it.
+// When set, every create_from_port on that port with an empty queue serves a copy of `values`
+// (for benchmarks that make the same call or dispatch the same event many times).
+void SetRepeatedReply(const Values &values);
+void ClearRepeatedReply();
 void SetRepeatedCallback(const Values &values);
 void ClearRepeatedCallback();
 size_t PendingReplies();

@@ -64,10 +64,14 @@ struct State {
   std::vector<rpc_port_port_type_e> getPortCalls;
   std::vector<SentParcel> sent;
   bool recordSent = true;
-  std::deque<Values> replies;
-  std::deque<Values> callbacks;
-  bool repeatCallback = false;
-  Values repeatedCallback;
+  // What create_from_port serves on one port: the queue first, then the repeated parcel if set.
+  struct Incoming {
+    std::deque<Values> queue;
+    bool repeat = false;
+    Values repeated;
+  };
+  Incoming replies;
+  Incoming callbacks;
   std::map<Call, ResultScript> results;
   std::vector<std::string> faults;
   std::vector<LogLine> logs;
