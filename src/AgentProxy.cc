@@ -6,9 +6,7 @@
 #include <cstdlib>
 #include <utility>
 
-namespace rpc_port {
-namespace AgentProxy {
-namespace proxy {
+namespace rpc_port::AgentProxy::proxy {
 
 namespace {
 
@@ -84,7 +82,7 @@ std::string readString(rpc_port_parcel_h parcel) {
   char *raw = nullptr;
   rpc_port_parcel_read_string(parcel, &raw);
   const std::unique_ptr<char, FreeDeleter> owned(raw);
-  return std::string(owned.get());
+  return {owned.get()};
 }
 
 rpc_port_parcel_h writeBytes(rpc_port_parcel_h parcel, const std::vector<unsigned char> &bytes) {
@@ -149,9 +147,7 @@ rpc_port_parcel_h readCommand(rpc_port_parcel_h parcel, CommandRecord &command) 
 // ---- Delegates ---------------------------------------------------------------------------------
 
 OxaAgentInterface::CallbackBase::CallbackBase(int delegateId, bool once)
-    : id_(delegateId), seqId_(0), once_(once) {
-  seqId_ = delegateCounter.fetch_add(1);
-}
+    : id_(delegateId), seqId_(delegateCounter.fetch_add(1)), once_(once) {}
 
 std::string OxaAgentInterface::CallbackBase::GetTag() const {
   return std::to_string(id_) + "::" + std::to_string(seqId_);
@@ -248,7 +244,7 @@ void OxaAgentInterface::Dispatch(rpc_port_parcel_h parcel) {
   if (found == nullptr) {
     return;
   }
-  const DelegateList::iterator position = *found;
+  const auto position = *found;
   (*position)->OnParcelReceived(parcel);
   if ((*position)->once_) {
     RemoveDelegate(position);
@@ -275,8 +271,8 @@ void OxaAgentInterface::ParcelDeleter::operator()(rpc_port_parcel_h parcel) cons
   rpc_port_parcel_destroy(parcel);
 }
 
-OxaAgentInterface::OxaAgentInterface(IEventListener *listener, const std::string &targetAppId)
-    : listener(listener), targetAppId(targetAppId) {
+OxaAgentInterface::OxaAgentInterface(IEventListener *listener, std::string targetAppId)
+    : listener(listener), targetAppId(std::move(targetAppId)) {
   if (rpc_port_proxy_create(&proxyHandle) != RPC_PORT_ERROR_NONE) {
     PROXY_LOGE(__func__, "Failed to create proxy");
     throw InvalidIOException();
@@ -568,6 +564,4 @@ int OxaAgentInterface::Unregister() {
   return readInt32(reply.get());
 }
 
-}  // namespace proxy
-}  // namespace AgentProxy
-}  // namespace rpc_port
+}  // namespace rpc_port::AgentProxy::proxy

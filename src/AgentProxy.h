@@ -11,8 +11,7 @@
 
 #include "DelegateIndex.h"
 
-namespace rpc_port {
-namespace AgentProxy {
+namespace rpc_port::AgentProxy {
 
 // One device as the agent reports it; fields in wire order.
 struct DeviceRecord {
@@ -137,7 +136,7 @@ class OxaAgentInterface {
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
   };
 
-  OxaAgentInterface(IEventListener *listener, const std::string &targetAppId);
+  OxaAgentInterface(IEventListener *listener, std::string targetAppId);
   virtual ~OxaAgentInterface();
   OxaAgentInterface(const OxaAgentInterface &) = delete;
   OxaAgentInterface &operator=(const OxaAgentInterface &) = delete;
@@ -223,7 +222,6 @@ class OxaAgentInterface {
 };
 
 }  // namespace proxy
-}  // namespace AgentProxy
-}  // namespace rpc_port
+}  // namespace rpc_port::AgentProxy
 
 #endif  // OXA_SRC_AGENT_PROXY_H_

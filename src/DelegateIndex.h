@@ -6,8 +6,7 @@
 #include <utility>
 #include <vector>
 
-namespace rpc_port {
-namespace AgentProxy {
+namespace rpc_port::AgentProxy {
 
 // Finds the delegate for (delegate id, sequence number) in O(1) however many delegates are
 // pending. Holds positions (iterators) into the owner's delegate list, which stays the one
@@ -74,7 +73,6 @@ class DelegateIndex {
   std::unordered_map<std::uint64_t, Slot> slots;
 };
 
-}  // namespace AgentProxy
-}  // namespace rpc_port
+}  // namespace rpc_port::AgentProxy
 
 #endif  // OXA_SRC_DELEGATE_INDEX_H_
