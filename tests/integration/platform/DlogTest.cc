@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -155,15 +154,18 @@ TEST_F(DlogTest, ConcurrentLinesNeverMix) {
   }
   const std::vector<std::string> lines = linesOf(logged());
   ASSERT_EQ(static_cast<size_t>(kThreads * kLines), lines.size());
-  const std::regex shape("I/MT\\(" + std::to_string(getpid()) +
-                         "\\): ([0-7]):([0-9]+):([a-h]{200})");
+  const std::string head = prefix('I', "MT");
   std::vector<int> next(kThreads, 0);
   for (const std::string &line : lines) {
-    std::smatch parts;
-    ASSERT_TRUE(std::regex_match(line, parts, shape)) << line;
-    const int thread = std::stoi(parts[1]);
-    EXPECT_EQ(next[thread]++, std::stoi(parts[2]));
-    EXPECT_EQ(std::string(200, static_cast<char>('a' + thread)), parts[3].str());
+    // "<head><thread>:<line>:<200 times the thread's letter>"
+    ASSERT_EQ(head, line.substr(0, head.size())) << line;
+    const size_t firstColon = line.find(':', head.size());
+    const size_t secondColon = line.find(':', firstColon + 1);
+    ASSERT_NE(std::string::npos, secondColon) << line;
+    const int thread = std::stoi(line.substr(head.size(), firstColon - head.size()));
+    ASSERT_TRUE(thread >= 0 && thread < kThreads) << line;
+    EXPECT_EQ(next[thread]++, std::stoi(line.substr(firstColon + 1)));
+    EXPECT_EQ(std::string(200, static_cast<char>('a' + thread)), line.substr(secondColon + 1));
   }
 }
 
