@@ -4,6 +4,14 @@
 
 namespace platform {
 
+namespace {
+
+// An empty buffer keeps up to this much storage for the next frames; a larger one (grown for a
+// big frame) is released so an idle connection does not hold it.
+constexpr size_t kKeptCapacity = size_t{1} << 20;
+
+}  // namespace
+
 uint8_t *ByteBuffer::reserveTail(size_t bytes) {
   if (capacity_ - end_ >= bytes) {
     return storage_.get() + end_;
@@ -34,6 +42,10 @@ void ByteBuffer::consume(size_t bytes) {
   if (begin_ == end_) {
     begin_ = 0;
     end_ = 0;
+    if (capacity_ > kKeptCapacity) {
+      storage_.reset();
+      capacity_ = 0;
+    }
   }
 }
 

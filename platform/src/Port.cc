@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -12,10 +13,10 @@ namespace platform {
 
 namespace {
 
-constexpr size_t kReadChunk = 64U * 1024U;
+constexpr size_t kReadChunk = size_t{64} << 10;
 // The event loop stops pulling once this much is buffered and no frame needs more, so a peer
 // that never stops sending cannot keep the loop in one wake-up or grow the buffer without end.
-constexpr size_t kFillLimit = 4U * 1024U * 1024U;
+constexpr size_t kFillLimit = size_t{4} << 20;
 
 using Clock = std::chrono::steady_clock;
 
@@ -35,6 +36,21 @@ bool pollUntil(int fd, short events, Clock::time_point deadline) {
     }
     if ((ready == 0 && Clock::now() >= deadline) || (ready < 0 && errno != EINTR)) {
       return false;
+    }
+  }
+}
+
+// Moves the message past `sent` bytes, dropping the parts written completely.
+void skipSent(msghdr &message, size_t sent) {
+  while (sent > 0) {
+    iovec &part = message.msg_iov[0];
+    const size_t step = std::min(sent, part.iov_len);
+    part.iov_base = static_cast<uint8_t *>(part.iov_base) + step;
+    part.iov_len -= step;
+    sent -= step;
+    if (part.iov_len == 0 && message.msg_iovlen > 1) {
+      ++message.msg_iov;
+      --message.msg_iovlen;
     }
   }
 }
@@ -75,17 +91,7 @@ int Port::sendLocked(const uint8_t *body, size_t size) {
       return RPC_PORT_ERROR_IO_ERROR;
     }
     left -= static_cast<size_t>(sent);
-    for (size_t done = static_cast<size_t>(sent); done > 0;) {
-      iovec &part = message.msg_iov[0];
-      const size_t step = done < part.iov_len ? done : part.iov_len;
-      part.iov_base = static_cast<uint8_t *>(part.iov_base) + step;
-      part.iov_len -= step;
-      done -= step;
-      if (part.iov_len == 0 && message.msg_iovlen > 1) {
-        ++message.msg_iov;
-        --message.msg_iovlen;
-      }
-    }
+    skipSent(message, static_cast<size_t>(sent));
   }
   return RPC_PORT_ERROR_NONE;
 }

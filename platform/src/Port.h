@@ -19,7 +19,7 @@
 namespace platform {
 
 constexpr size_t kFrameHeader = 4;
-constexpr size_t kMaxFrameBody = 16U * 1024U * 1024U;
+constexpr size_t kMaxFrameBody = size_t{16} << 20;
 
 enum class FrameState { kComplete, kIncomplete, kBroken };
 

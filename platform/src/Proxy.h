@@ -61,12 +61,12 @@ class Proxy : public std::enable_shared_from_this<Proxy> {
   void dispatchCallbackFrames();
   void disconnect();
 
-  static gboolean onMainReadable(int fd, GIOCondition condition, void *self);
-  static gboolean onCallbackReadable(int fd, GIOCondition condition, void *self);
-  static gboolean onMainHangUp(int fd, GIOCondition condition, void *self);
-  static gboolean onDeferredReject(void *self);
-  static gboolean onHandshakeTimeout(void *self);
-  static gboolean onDrain(void *self);
+  static gboolean onMainReadable(int fd, GIOCondition condition, void *data);
+  static gboolean onCallbackReadable(int fd, GIOCondition condition, void *data);
+  static gboolean onMainHangUp(int fd, GIOCondition condition, void *data);
+  static gboolean onDeferredReject(void *data);
+  static gboolean onHandshakeTimeout(void *data);
+  static gboolean onDrain(void *data);
 
   GMainContext *context_;
   State state_ = State::kIdle;

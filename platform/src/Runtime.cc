@@ -34,7 +34,7 @@ std::string runtimeDirectory() {
 std::string trimmed(const std::string &text) {
   const size_t first = text.find_first_not_of(" \t");
   if (first == std::string::npos) {
-    return std::string();
+    return {};
   }
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }

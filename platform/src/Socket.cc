@@ -56,10 +56,10 @@ int listenUnix(const std::string &path, UniqueFd *out) {
   if (error != 0) {
     return error;
   }
-  if (::unlink(path.c_str()) < 0 && errno != ENOENT) {
-    error = -errno;
-  } else if (::bind(out->get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0 ||
-             ::listen(out->get(), SOMAXCONN) < 0) {
+  // A socket file left by a stub that is gone would make bind() fail.
+  if ((::unlink(path.c_str()) < 0 && errno != ENOENT) ||
+      ::bind(out->get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0 ||
+      ::listen(out->get(), SOMAXCONN) < 0) {
     error = -errno;
   }
   if (error != 0) {

@@ -25,7 +25,7 @@ std::string makeTemporaryDirectory() {
   if (::mkdtemp(buffer.data()) == nullptr) {
     throw std::runtime_error("mkdtemp failed for " + pattern);
   }
-  return std::string(buffer.data());
+  return {buffer.data()};
 }
 
 }  // namespace

@@ -141,6 +141,7 @@ TEST_F(DlogTest, ConcurrentLinesNeverMix) {
   constexpr int kThreads = 8;
   constexpr int kLines = 250;
   std::vector<std::thread> writers;
+  writers.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     writers.emplace_back([thread] {
       const std::string filler(200, static_cast<char>('a' + thread));

@@ -42,6 +42,56 @@ TEST_F(FailureTest, KilledStubProcessDisconnectsOnce) {
   EXPECT_EQ(RPC_PORT_ERROR_IO_ERROR, proxy.readReply(&reply));
 }
 
+TEST_F(FailureTest, ProxyMayBeDestroyedInsideDisconnected) {
+  ChildProcess stub = spawnStubProcess();
+  TestProxy proxy;
+  connect(proxy);
+  proxy.onDisconnected = [&] { proxy.destroy(); };
+  stub.kill(SIGKILL);
+  ASSERT_TRUE(runUntil([&] { return proxy.get() == nullptr; }));
+  dispatchPending(context());
+  EXPECT_EQ(1, proxy.disconnectedCount);
+}
+
+TEST_F(FailureTest, ProxyMayBeDestroyedInsideReceived) {
+  TestStub stub;
+  ASSERT_EQ(0, stub.listen());
+  TestProxy proxy;
+  connect(proxy);
+  ASSERT_TRUE(runUntil([&] { return stub.connected.size() == 1; }));
+  int received = 0;
+  proxy.onReceived = [&] {
+    ++received;
+    proxy.destroy();
+  };
+  for (int value : {1, 2, 3}) {
+    ASSERT_EQ(0, stub.sendEvent(stub.connected[0], value));
+  }
+  ASSERT_TRUE(runUntil([&] { return stub.disconnected.size() == 1; }));
+  dispatchPending(context());
+  EXPECT_EQ(1, received);
+  EXPECT_EQ(0, proxy.disconnectedCount);
+}
+
+TEST_F(FailureTest, StubMayBeDestroyedInsideReceived) {
+  TestStub stub;
+  ASSERT_EQ(0, stub.listen());
+  TestProxy proxy;
+  connect(proxy);
+  int received = 0;
+  stub.onReceived = [&](const std::string &, rpc_port_h) {
+    ++received;
+    stub.destroy();
+    return 0;
+  };
+  ASSERT_EQ(0, proxy.sendRequest(1));
+  ASSERT_EQ(0, proxy.sendRequest(2));
+  ASSERT_TRUE(runUntil([&] { return proxy.disconnectedCount == 1; }));
+  dispatchPending(context());
+  EXPECT_EQ(1, received);
+  EXPECT_TRUE(stub.disconnected.empty());
+}
+
 TEST_F(FailureTest, KilledProxyProcessDisconnectsOnce) {
   TestStub stub;
   ASSERT_EQ(0, stub.listen());

@@ -91,7 +91,7 @@ TEST(ParcelTest, BytesAreUntaggedLittleEndianFixedWidth) {
 }
 
 TEST(ParcelTest, EmptyAndOneMebibyteStringsRoundTrip) {
-  const std::string big(1024 * 1024, 'x');
+  const std::string big(size_t{1} << 20, 'x');
   ParcelPtr parcel = makeParcel();
   ASSERT_EQ(0, rpc_port_parcel_write_string(parcel.get(), ""));
   ASSERT_EQ(0, rpc_port_parcel_write_string(parcel.get(), big.c_str()));

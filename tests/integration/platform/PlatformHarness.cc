@@ -85,7 +85,14 @@ TestStub::TestStub(const char *portName) {
 }
 
 TestStub::~TestStub() {
-  rpc_port_stub_destroy(handle_);
+  destroy();
+}
+
+void TestStub::destroy() {
+  if (handle_ != nullptr) {
+    rpc_port_stub_destroy(handle_);
+    handle_ = nullptr;
+  }
 }
 
 int TestStub::sendEvent(const std::string &instance, int value) const {
@@ -124,7 +131,11 @@ TestProxy::TestProxy() {
   rpc_port_proxy_add_disconnected_event_cb(
       handle_,
       [](const char * /*receiver*/, const char * /*port*/, void *self) {
-        ++static_cast<TestProxy *>(self)->disconnectedCount;
+        auto *proxy = static_cast<TestProxy *>(self);
+        ++proxy->disconnectedCount;
+        if (proxy->onDisconnected) {
+          proxy->onDisconnected();
+        }
       },
       this);
   rpc_port_proxy_add_rejected_event_cb(

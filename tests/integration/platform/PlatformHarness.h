@@ -48,6 +48,8 @@ class TestStub {
 
   rpc_port_stub_h get() const { return handle_; }
   int listen() { return rpc_port_stub_listen(handle_); }
+  // Destroys the stub now (events stop).
+  void destroy();
   // Sends a parcel holding `value` to connection `instance` on its callback port.
   int sendEvent(const std::string &instance, int value) const;
 
@@ -88,6 +90,7 @@ class TestProxy {
   void destroy();
 
   std::function<void()> onReceived;
+  std::function<void()> onDisconnected;
   int connectedCount = 0;
   int disconnectedCount = 0;
   int rejectedCount = 0;

@@ -169,7 +169,7 @@ ParcelPtr parcelWithString(const std::string &text) {
 }
 
 TEST_F(TrafficTest, OneMebibyteParcelsTravelBothWays) {
-  const std::string big(1024 * 1024, 'r');
+  const std::string big(size_t{1} << 20, 'r');
   TestStub stub;
   ASSERT_EQ(0, stub.listen());
   std::string requestSeen;
@@ -260,6 +260,7 @@ TEST_F(TrafficTest, FiftyProxiesShareOneStub) {
   ASSERT_TRUE(
       runUntil([&] { return all([](const TestProxy &p) { return p.events.size() == 1; }); }));
   std::vector<int> seen;
+  seen.reserve(proxies.size());
   for (const auto &proxy : proxies) {
     seen.push_back(proxy->events[0]);
   }
@@ -272,9 +273,16 @@ TEST_F(TrafficTest, FiftyProxiesShareOneStub) {
   ASSERT_TRUE(runUntil([&] { return stub.disconnected.size() == kProxies; }));
 }
 
+// Payload of parcel `sequence` of sender `thread`: 64 to 256 KiB, large enough that the kernel
+// splits each frame and writes it in parts while the other senders are writing theirs.
+std::string payloadOf(int thread, int sequence) {
+  return std::string((size_t{64} << 10) * (1 + sequence % 4) + sequence,
+                     static_cast<char>('a' + thread));
+}
+
 TEST_F(TrafficTest, ConcurrentSendsNeverInterleave) {
   constexpr int kThreads = 4;
-  constexpr int kParcelsPerThread = 300;
+  constexpr int kParcelsPerThread = 40;
   TestStub stub;
   ASSERT_EQ(0, stub.listen());
   int intact = 0;
@@ -290,7 +298,7 @@ TEST_F(TrafficTest, ConcurrentSendsNeverInterleave) {
     rpc_port_parcel_read_int32(parcel, &sequence);
     const std::string payload = readString(parcel);
     const bool ok = thread >= 0 && thread < kThreads && sequence == nextSequence[thread] &&
-                    payload == std::string(1000 + sequence, static_cast<char>('a' + thread));
+                    payload == payloadOf(thread, sequence);
     if (ok) {
       ++nextSequence[thread];
     }
@@ -304,14 +312,14 @@ TEST_F(TrafficTest, ConcurrentSendsNeverInterleave) {
   std::atomic<int> failures{0};
   std::atomic<int> finished{0};
   std::vector<std::thread> senders;
+  senders.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     senders.emplace_back([&, thread] {
       for (int sequence = 0; sequence < kParcelsPerThread; ++sequence) {
         ParcelPtr parcel = makeParcel();
         rpc_port_parcel_write_int32(parcel.get(), thread);
         rpc_port_parcel_write_int32(parcel.get(), sequence);
-        rpc_port_parcel_write_string(
-            parcel.get(), std::string(1000 + sequence, static_cast<char>('a' + thread)).c_str());
+        rpc_port_parcel_write_string(parcel.get(), payloadOf(thread, sequence).c_str());
         if (rpc_port_parcel_send(parcel.get(), proxy.mainPort) != 0) {
           ++failures;
         }
