@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kFew = 10;
 constexpr int kMany = 1000000;
-constexpr int kBatches = 9;
-constexpr int kEventsPerBatch = 20000;
+constexpr int kBatches = 7;
+constexpr int kEventsPerBatch = 10000;
 constexpr double kMaxRatio = 2.0;
 
 double threadCpuNanos() {
