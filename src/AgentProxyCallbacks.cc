@@ -122,14 +122,23 @@ void OnContextChangedCallback::OnReceived(const DeviceRecord &device) {
 }
 
 OnSimpleMessageSentCallback::OnSimpleMessageSentCallback(SimpleMessageSentCallback callback,
-                                                         SimpleMessage *message)
+                                                         SimpleMessage *message, int wrapperSeq)
     : OnCommandSentEvent(kCommandSentDelegate, false),
       callback(std::move(callback)),
-      message(message) {}
+      message(message),
+      wrapperSeq(wrapperSeq) {}
 
-// The wrapper command is the library's own, so it goes whether or not anyone listens.
+OnSimpleMessageSentCallback::~OnSimpleMessageSentCallback() {
+  delete takeSentCommand(wrapperSeq);
+}
+
+// The wrapper is the library's own, so it goes whether or not anyone listens. Only this
+// delegate's own entry is released: an entry under another number may be an application's
+// command, which is not ours to destroy.
 void OnSimpleMessageSentCallback::OnReceived(int result, const CommandRecord &command) {
-  delete takeSentCommand(command.seqId);
+  if (command.seqId == wrapperSeq) {
+    delete takeSentCommand(wrapperSeq);
+  }
   if (callback) {
     callback(message, static_cast<oxa_error_e>(result));
   }

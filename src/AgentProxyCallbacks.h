@@ -107,15 +107,22 @@ class OnContextChangedCallback : public AgentInterface::OnContextChangedEvent {
   DeviceCallback callback;
 };
 
-// A simple message travels as a command; its sent event also releases the wrapper command.
+// A simple message travels as a command, the wrapper entered in sentCommands under `wrapperSeq`.
+// The wrapper is released by the sent event that names it, or with this delegate when no such
+// event can come any more (the proxy drops its delegates on disconnection).
 class OnSimpleMessageSentCallback : public AgentInterface::OnCommandSentEvent {
  public:
-  OnSimpleMessageSentCallback(SimpleMessageSentCallback callback, SimpleMessage *message);
+  OnSimpleMessageSentCallback(SimpleMessageSentCallback callback, SimpleMessage *message,
+                              int wrapperSeq);
+  ~OnSimpleMessageSentCallback() override;
+  OnSimpleMessageSentCallback(const OnSimpleMessageSentCallback &) = delete;
+  OnSimpleMessageSentCallback &operator=(const OnSimpleMessageSentCallback &) = delete;
   void OnReceived(int result, const CommandRecord &command) override;
 
  private:
   SimpleMessageSentCallback callback;
   SimpleMessage *message;
+  int wrapperSeq;
 };
 
 // Unwraps a received command into a simple message: two header bytes, then the data.

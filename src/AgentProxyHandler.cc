@@ -398,7 +398,7 @@ int AgentProxyHandler::SendSimpleMessage(int handlerId, int appId, SimpleMessage
     static_cast<void>(wrapper.release());  // sentCommands owns it now
     const int result = agent.SendCommand(
         handlerId, record,
-        std::make_unique<OnSimpleMessageSentCallback>(std::move(callback), message));
+        std::make_unique<OnSimpleMessageSentCallback>(std::move(callback), message, record.seqId));
     guard.markSent();
     return result;
   });

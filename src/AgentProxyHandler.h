@@ -83,10 +83,15 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
 
   // Forgets the completion of a Connect that failed and records why it failed.
   int failConnect(int state, int error);
+  // The helpers below log in the name of the request method that calls them: `function` and
+  // `line` default to the caller's.
+  // True when connected; otherwise logs that the handler is not initialized.
   bool isConnected(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE()) const;
+  // Runs `call` on the proxy and turns the proxy's failures into codes.
   template <typename Call>
   int callProxy(Call &&call, const char *function = __builtin_FUNCTION(),
                 int line = __builtin_LINE());
+  // The connection check, then callProxy.
   template <typename Call>
   int request(Call &&call, const char *function = __builtin_FUNCTION(),
               int line = __builtin_LINE());
@@ -98,10 +103,10 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
 
   std::unique_ptr<AgentInterface> proxy;
   RegisteredCallback initializedCallback;
-  // Nothing fills these two: every request keeps its callback in its own delegate, which the
-  // proxy owns. They stay empty for the handler's lifetime.
-  std::function<void()> spareHolder;
-  std::function<void()> spareHolder2;
+  // Two holders that nothing fills: every request keeps its application function in its own
+  // delegate, which the proxy owns, so the handler has none to keep. They stay empty.
+  std::function<void()> unusedHolder1;
+  std::function<void()> unusedHolder2;
   int connectionState = kNotConnected;
 };
 

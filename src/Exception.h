@@ -9,8 +9,7 @@
 
 #include "oxa.h"
 
-namespace Oxa {
-namespace Capi {
+namespace Oxa::Capi {
 
 class Exception : public std::exception {
  public:
@@ -70,8 +69,7 @@ inline int checkServiceType(int type) {
 void writeLog(log_priority level, const char *file, const char *function, int line,
               const char *format, ...) __attribute__((format(printf, 5, 6)));
 
-}  // namespace Capi
-}  // namespace Oxa
+}  // namespace Oxa::Capi
 
 #define OXA_LOG(level, ...) ::Oxa::Capi::writeLog(level, __FILE__, __func__, __LINE__, __VA_ARGS__)
 #define OXA_LOGD(...) OXA_LOG(DLOG_DEBUG, __VA_ARGS__)

@@ -102,37 +102,60 @@ TEST_F(CallbacksTest, CommandSentWithoutFunctionLeavesTheEntry) {
   EXPECT_EQ(sentCommands.at(seq), &command);
 }
 
+// Enters a wrapper command in sentCommands as the handler does for a simple message.
+int enterWrapper() {
+  return Oxa::Capi::toSentCommandRecord(
+             1, new Command(kAddress, OXA_COMMAND_TYPE_3, 3, {0, 0, 'h', 'i'}))
+      .seqId;
+}
+
 TEST_F(CallbacksTest, SimpleMessageSentReleasesTheWrapperFirstAndReportsTheMessage) {
   SimpleMessage message(kAddress, {'h', 'i'});
-  // The wrapper belongs to the table; the event destroys it (the sanitizer build sees a leak
-  // otherwise).
-  const int seq = Oxa::Capi::toSentCommandRecord(
-                      1, new Command(kAddress, OXA_COMMAND_TYPE_3, 3, {0, 0, 'h', 'i'}))
-                      .seqId;
+  const int seq = enterWrapper();
   std::vector<std::pair<SimpleMessage *, oxa_error_e>> reports;
   Oxa::Capi::OnSimpleMessageSentCallback callback(
       [&](SimpleMessage *sent, oxa_error_e result) {
         EXPECT_TRUE(sentCommands.empty()) << "the wrapper is still listed during the call";
         reports.emplace_back(sent, result);
       },
-      &message);
+      &message, seq);
   callback.OnReceived(OXA_ERROR_NO_DEVICE, record(kAddress, {}, seq));
   ASSERT_EQ(reports.size(), 1U);
   EXPECT_EQ(reports[0].first, &message);
   EXPECT_EQ(reports[0].second, OXA_ERROR_NO_DEVICE);
   EXPECT_EQ(callback.GetId(), 3);
-
-  // An unknown sequence still reports the stored message.
-  callback.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, seq + 1000));
-  ASSERT_EQ(reports.size(), 2U);
-  EXPECT_EQ(reports[1].first, &message);
+  EXPECT_FALSE(callback.IsOnce());
 }
 
 TEST_F(CallbacksTest, SimpleMessageSentWithoutFunctionStillReleasesTheWrapper) {
-  const int seq =
-      Oxa::Capi::toSentCommandRecord(1, new Command(kAddress, OXA_COMMAND_TYPE_3, 3, {0, 0})).seqId;
-  Oxa::Capi::OnSimpleMessageSentCallback callback(nullptr, nullptr);
+  const int seq = enterWrapper();
+  Oxa::Capi::OnSimpleMessageSentCallback callback(nullptr, nullptr, seq);
   callback.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, seq));
+  EXPECT_TRUE(sentCommands.empty());
+}
+
+TEST_F(CallbacksTest, SimpleMessageSentNamingAnotherEntryLeavesItAlone) {
+  SimpleMessage message(kAddress, {'h', 'i'});
+  Command applications(kAddress, OXA_COMMAND_TYPE_1, 1, {});
+  const int other = Oxa::Capi::toSentCommandRecord(1, &applications).seqId;
+  const int seq = enterWrapper();
+  std::vector<SimpleMessage *> reports;
+  {
+    Oxa::Capi::OnSimpleMessageSentCallback callback(
+        [&](SimpleMessage *sent, oxa_error_e) { reports.push_back(sent); }, &message, seq);
+    callback.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, other));
+    EXPECT_THAT(reports, ElementsAre(&message));
+    EXPECT_EQ(sentCommands.size(), 2U);
+    EXPECT_EQ(sentCommands.at(other), &applications);
+  }
+  // Gone with its delegate, which no event can reach any more; the other entry stays.
+  EXPECT_EQ(sentCommands.size(), 1U);
+  EXPECT_EQ(sentCommands.at(other), &applications);
+}
+
+TEST_F(CallbacksTest, SimpleMessageSentDelegateReleasesAPendingWrapperWhenDestroyed) {
+  const int seq = enterWrapper();
+  { Oxa::Capi::OnSimpleMessageSentCallback callback(nullptr, nullptr, seq); }
   EXPECT_TRUE(sentCommands.empty());
 }
 

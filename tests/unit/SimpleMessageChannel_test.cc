@@ -131,6 +131,20 @@ TEST_F(SimpleMessageChannelTest, ExceptionLeavingTheHandlerTakesTheWrapperBackTo
   ASSERT_TRUE(fake::FireConnected());
 }
 
+TEST_F(SimpleMessageChannelTest, LostConnectionReleasesWrappersStillWaiting) {
+  connect();
+  SimpleMessage message(kAddress, {'x'});
+  fake::QueueReply(reply({fake::Int32(0)}));
+  fake::QueueReply(reply({fake::Int32(0)}));
+  EXPECT_EQ(handler.SendSimpleMessage(1, 0, &message, reporter()), OXA_ERROR_NONE);
+  EXPECT_EQ(handler.SendSimpleMessage(1, 0, &message, reporter()), OXA_ERROR_NONE);
+  EXPECT_EQ(sentCommands.size(), 2U);
+  // The proxy drops its delegates; no sent event can come for these messages any more.
+  ASSERT_TRUE(fake::FireDisconnected());
+  EXPECT_TRUE(sentCommands.empty());
+  EXPECT_THAT(reports, IsEmpty());
+}
+
 TEST_F(SimpleMessageChannelTest, ReceivedMessageArrivesWithoutItsHeader) {
   connect();
   std::vector<std::string> messages;
