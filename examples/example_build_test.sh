@@ -20,13 +20,17 @@ export PKG_CONFIG_PATH="$(dirname "$pc_file")"
 libdir=$(pkg-config --variable=libdir oxa)
 [ -f "$(pkg-config --variable=includedir oxa)/oxa.h" ] || { echo "FAIL: oxa.h not installed" >&2; exit 1; }
 
+# As for any library installed outside the default paths, the linker and the loader find
+# liboxa's own dependencies (the platform libraries next to it) through LD_LIBRARY_PATH.
+export LD_LIBRARY_PATH="$libdir"
+
 # shellcheck disable=SC2046
 "$cc" -std=c99 -Wall -Wextra -Werror -pedantic "$@" -o "$work/oxa_example" "$source" \
   $(pkg-config --cflags --libs oxa glib-2.0)
 
 mkdir "$work/run"
 status=0
-RPC_PORT_RUNTIME_DIR="$work/run" LD_LIBRARY_PATH="$libdir" DLOG_LEVEL=F \
+RPC_PORT_RUNTIME_DIR="$work/run" DLOG_LEVEL=F \
   timeout 20 "$work/oxa_example" >"$work/out" 2>"$work/err" || status=$?
 if [ "$status" -ne 1 ]; then
   echo "FAIL: the example exited with $status instead of 1" >&2

@@ -194,6 +194,10 @@ static void on_registered(oxa_service_h service, oxa_error_e result, void *user_
   }
 }
 
+/*
+ * Simple messages travel as commands: with both subscriptions set, each incoming command also
+ * reaches the message callback (its payload unwrapped), and each message the command callback.
+ */
 static bool start_service(example_t *example) {
   int result = oxa_service_create(OXA_SERVICE_TYPE_1, &example->service);
   if (result == OXA_ERROR_NONE) {

@@ -77,8 +77,10 @@ void commandReceived(oxa_command_h command, void *userData) {
   EXPECT_EQ(oxa_command_get_type(command, &type), OXA_ERROR_NONE);
   EXPECT_EQ(oxa_command_get_payload(command, &payload, &length), OXA_ERROR_NONE);
   const int addressResult = oxa_command_get_address(command, &address);
-  seenEvents.push_back({"command", addressResult == OXA_ERROR_NONE ? address : "no address", type,
-                        id, Bytes(payload, payload + length), userData});
+  seenEvents.push_back(
+      {"command",
+       addressResult == OXA_ERROR_NONE ? address : "error " + std::to_string(addressResult), type,
+       id, Bytes(payload, payload + length), userData});
   std::free(payload);
   std::free(address);
 }
@@ -256,7 +258,7 @@ TEST_F(OxaSubscriptionTest, ReceivedCommandWithAShortAddressHasNoAddressToHandOu
   const int seq =
       subscribed(oxa_set_command_received_cb(service.get(), commandReceived, &userData), 8, 1, 4);
   ASSERT_TRUE(fake::FireReceived(eventFor(4, seq, commandRecord("AA:BB", 1, 1, 1, {}, 0))));
-  EXPECT_THAT(seenEvents, ElementsAre(Seen{"command", "no address", 1, 1, {}, &userData}));
+  EXPECT_THAT(seenEvents, ElementsAre(Seen{"command", "error -1073741825", 1, 1, {}, &userData}));
   const auto lines = apiLogs();
   EXPECT_THAT(lines, ::testing::Contains(apiLine(DLOG_ERROR, "oxa_command_get_address",
                                                  "Invalid MAC address length[",
