@@ -39,7 +39,7 @@ Bytes fromHex(const std::string &text) {
 Bytes dataOf(const Json &object) {
   if (object.contains("text")) {
     const std::string text = object.at("text").get<std::string>();
-    return Bytes(text.begin(), text.end());
+    return {text.begin(), text.end()};
   }
   if (object.contains("hex")) {
     return fromHex(object.at("hex").get<std::string>());

@@ -31,6 +31,7 @@ ChildProcess spawnProgram(const Pipe &out, std::vector<std::string> argv,
       setenv(name.c_str(), value.c_str(), 1);
     }
     std::vector<char *> words;
+    words.reserve(argv.size() + 1);
     for (std::string &word : argv) {
       words.push_back(word.data());
     }

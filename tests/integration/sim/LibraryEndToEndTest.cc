@@ -54,7 +54,7 @@ constexpr char kScenario[] = R"({
 })";
 
 Bytes bytesOf(const std::string &text) {
-  return Bytes(text.begin(), text.end());
+  return {text.begin(), text.end()};
 }
 
 class LibraryEndToEndTest : public oxa::test::LibraryTest {

@@ -110,6 +110,7 @@ Device Reply::device() {
 std::vector<Device> Reply::devices() {
   const int count = i32();
   std::vector<Device> value;
+  value.reserve(count > 0 ? static_cast<size_t>(count) : 0);
   for (int i = 0; i < count; ++i) {
     value.push_back(device());
   }

@@ -87,7 +87,7 @@ constexpr char kScenario[] = R"({
 })";
 
 std::vector<unsigned char> bytesOf(const std::string &text) {
-  return std::vector<unsigned char>(text.begin(), text.end());
+  return {text.begin(), text.end()};
 }
 
 class SimProtocolTest : public oxa::test::SimTest {
