@@ -1,0 +1,122 @@
+#include <oxa.h>
+
+#include <algorithm>
+
+#include "Agent.h"
+
+namespace oxa_sim {
+
+namespace {
+
+// The wire form of a simple message: the sender's application id byte and a zero byte lead.
+constexpr int kMessageCommandId = 3;
+constexpr int kMessageCommandType = OXA_COMMAND_TYPE_3;
+
+Bytes messagePayload(const Bytes &data) {
+  Bytes payload(data.size() + 2, 0);
+  std::copy(data.begin(), data.end(), payload.begin() + 2);
+  return payload;
+}
+
+}  // namespace
+
+void Agent::notify(const Client &client, EventKind kind, int handlerId, const Event &event) {
+  const auto delegates = client.delegates.find({kind, handlerId});
+  if (delegates != client.delegates.end()) {
+    for (const Delegate &delegate : delegates->second) {
+      reply(client.instance, kind, delegate, event);
+    }
+  }
+}
+
+void Agent::reply(const std::string &instance, EventKind kind, const Delegate &delegate,
+                  Event event) {
+  event.kind = kind;
+  event.delegate = delegate;
+  outbox_.push_back({instance, std::move(event)});
+}
+
+// Found or lost: reported to every other client whose discovery runs for the handlerId.
+void Agent::announce(const SimDevice &device, EventKind kind) {
+  for (const Client *client : clients_.all()) {
+    if (client->instance == device.owner) {
+      continue;
+    }
+    for (const auto &[handlerId, active] : client->discovery) {
+      if (active) {
+        Event event;
+        event.device = device.record;
+        notify(*client, kind, handlerId, event);
+      }
+    }
+  }
+}
+
+void Agent::contextChanged(const SimDevice &device, int serviceType) {
+  for (const Client *client : clients_.all()) {
+    if (client->instance != device.owner) {
+      Event event;
+      event.device = device.record;
+      notify(*client, EventKind::ContextChanged, serviceType, event);
+    }
+  }
+}
+
+// A command that reached a present device: a client receives it from the sender's address, an
+// echo peer sends the same command straight back.
+void Agent::deliverCommand(const Client &sender, const CommandRecord &command) {
+  const SimDevice *target = world_.findPresent(command.address);
+  Event event;
+  event.command = command;
+  if (target->echo) {
+    event.command.address = target->record.address;
+    notify(sender, EventKind::CommandReceived, command.handlerId, event);
+    return;
+  }
+  if (const Client *receiver = clients_.findByAddress(command.address)) {
+    event.command.address = sender.address;
+    notify(*receiver, EventKind::CommandReceived, command.handlerId, event);
+  }
+}
+
+void Agent::commandFromDevice(const SimDevice &device, CommandRecord command) {
+  command.address = device.record.address;
+  command.seq = commandSeq_++;
+  for (const Client *client : clients_.all()) {
+    Event event;
+    event.command = command;
+    notify(*client, EventKind::CommandReceived, command.handlerId, event);
+  }
+}
+
+std::vector<Outgoing> Agent::play(const TimelineEntry &entry) {
+  SimDevice *device = world_.find(entry.address);
+  if (device == nullptr) {
+    return {};
+  }
+  switch (entry.action) {
+    case TimelineAction::Appear:
+      device->present = true;
+      announce(*device, EventKind::DeviceFound);
+      break;
+    case TimelineAction::Disappear:
+      device->present = false;
+      announce(*device, EventKind::DeviceLost);
+      break;
+    case TimelineAction::Context:
+      device->contexts[{entry.serviceType, entry.contextType}] = entry.data;
+      contextChanged(*device, entry.serviceType);
+      break;
+    case TimelineAction::Command:
+      commandFromDevice(*device,
+                        {"", entry.serviceType, entry.commandId, entry.commandType, entry.data, 0});
+      break;
+    case TimelineAction::Message:
+      commandFromDevice(*device, {"", entry.serviceType, kMessageCommandId, kMessageCommandType,
+                                  messagePayload(entry.data), 0});
+      break;
+  }
+  return takeOutbox();
+}
+
+}  // namespace oxa_sim
