@@ -26,11 +26,6 @@ using handlertest::sourceLine;
 
 constexpr const char *kApiSource = "src/oxa.cc";
 
-// The handler singleton destroys its proxy, through the fake, at exit. Statics are destroyed in
-// the reverse order of their construction, so the fake's state is made here, before any fixture
-// makes the handler, and outlives it.
-inline const bool fakeBeforeHandler = (fake::Reset(), true);
-
 // A line that the exported `function` writes itself, found in its body by `needle`.
 inline fake::LogLine apiLine(log_priority level, const std::string &function,
                              const std::string &needle, const std::string &message) {
