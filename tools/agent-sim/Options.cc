@@ -9,18 +9,18 @@ namespace oxa_sim {
 namespace {
 
 // "METHOD=RESULT", e.g. "StartDiscovery=-13".
-void addFailure(const std::string &spec, Options &options) {
-  const size_t equals = spec.find('=');
-  const std::string name = spec.substr(0, equals);
+void addFailure(const std::string &text, Options &options) {
+  const size_t equals = text.find('=');
+  const std::string name = text.substr(0, equals);
   const std::optional<Method> method = methodFromName(name);
   if (equals == std::string::npos || !method) {
     throw CLI::ValidationError("--fail",
-                               "expected METHOD=RESULT with an agent method name, got " + spec);
+                               "expected METHOD=RESULT with an agent method name, got " + text);
   }
   try {
-    options.failures[*method] = std::stoi(spec.substr(equals + 1));
+    options.failures[*method] = std::stoi(text.substr(equals + 1));
   } catch (const std::exception &) {
-    throw CLI::ValidationError("--fail", "RESULT must be an integer in " + spec);
+    throw CLI::ValidationError("--fail", "RESULT must be an integer in " + text);
   }
 }
 

@@ -512,4 +512,51 @@ TEST_F(SimProtocolTest, BadScenarioIsRefusedWithItsReason) {
       << sim.output();
 }
 
+TEST_F(SimProtocolTest, BuiltInWorldHasItsDevicesAndAnEchoPeer) {
+  startSim();
+  auto client = connect();
+  ASSERT_EQ(registerDelegate(*client, kRegisterDeviceFoundEvent, 5, 1), 0);
+  ASSERT_EQ(registerDelegate(*client, kRegisterCommandReceivedEvent, 4, 2), 0);
+  ASSERT_EQ(resultOf(*client, Request(kStartDiscovery).i32(kService)), 0);
+  ASSERT_TRUE(waitForEvents(*client, raw_agent::kDeviceFound, 3));
+  std::vector<Device> found;
+  for (const Event &event : client->eventsOf(raw_agent::kDeviceFound)) {
+    found.push_back(event.device);
+  }
+  EXPECT_EQ(found, (std::vector<Device>{{"A0:00:00:00:00:01", 1, "Living Room TV"},
+                                        {"A0:00:00:00:00:02", 2, "Kitchen Speaker"},
+                                        {"A0:00:00:00:00:03", 5, "Echo Peer"}}));
+
+  const Command ping{"A0:00:00:00:00:03", kService, 3, 3, {0, 0, 'x'}, 1};
+  ASSERT_EQ(resultOf(*client, Request(kSendCommand).i32(kService).command(ping).delegate(3, 3)), 0);
+  // The echo, then (from 100 ms on) the timeline's sensor and the TV's message.
+  ASSERT_TRUE(waitForEvents(*client, raw_agent::kCommandReceived, 2));
+  const std::vector<Event> received = client->eventsOf(raw_agent::kCommandReceived);
+  EXPECT_EQ(received[0].command, (Command{"A0:00:00:00:00:03", kService, 3, 3, {0, 0, 'x'}, 1}));
+  EXPECT_EQ(received[1].command.address, "A0:00:00:00:00:01");
+  EXPECT_EQ(received[1].command.payload, bytesOf(std::string("\0\0hello from the TV", 19)));
+  EXPECT_EQ(client->eventsOf(raw_agent::kDeviceFound).back().device,
+            (Device{"A0:00:00:00:00:04", 4, "Garden Sensor"}));
+}
+
+TEST_F(SimProtocolTest, ListensUnderTheGivenAppId) {
+  startSim({"--appid", "org.example.other-agent"});
+  EXPECT_NE(sim().output().find(
+                "oxa-agent-sim: listening on org.example.other-agent/OxaAgentInterface\n"),
+            std::string::npos);
+  raw_agent::Client client(context());
+  ASSERT_EQ(client.connect("org.example.other-agent"), 0);
+  ASSERT_TRUE(runUntil([&] { return client.connected() || client.rejected(); }));
+  EXPECT_TRUE(client.connected());
+}
+
+TEST_F(SimProtocolTest, PrintsTheBuiltInScenario) {
+  oxa::test::ChildProgram sim(oxa::test::simCommand(runtimeDir(), {"--print-scenario"}));
+  const std::optional<int> status = sim.waitExit();
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(WEXITSTATUS(*status), 0);
+  EXPECT_NE(sim.output().find(R"("name": "Echo Peer", "echo": true)"), std::string::npos)
+      << sim.output();
+}
+
 }  // namespace
