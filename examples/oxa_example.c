@@ -3,8 +3,9 @@
  *
  * It connects to the agent, registers a service, starts discovery and prints every device the
  * agent knows (name, address, type, raw advertised data), sends a simple message and a command
- * to a peer, prints their outcomes and anything received meanwhile, cleans up and exits: 0 when
- * everything went through, 1 otherwise. It gives up after ten seconds.
+ * to a peer as soon as the peer is among the devices found, prints their outcomes and anything
+ * received meanwhile, cleans up and exits: 0 when everything went through, 1 otherwise. It gives
+ * up after ten seconds.
  *
  * The library delivers its events on the GLib main context that is current when
  * oxa_initialize() is called, so the program calls it from the thread that then runs a
@@ -20,6 +21,8 @@
 #include <string.h>
 
 #define DEFAULT_PEER "02:00:00:00:00:01"
+/* Six bytes as two hexadecimal digits each, separated by colons. */
+#define PEER_ADDRESS_LENGTH 17
 #define TIMEOUT_SECONDS 10
 /* How long to listen for incoming traffic once both sends are answered. */
 #define LINGER_MILLISECONDS 500
@@ -32,6 +35,7 @@ typedef struct {
   oxa_simple_message_h message;
   bool connected;
   bool discovering;
+  bool sent;
   int outcomes_awaited;
   bool failed;
 } example_t;
@@ -77,15 +81,32 @@ static void print_device(const char *what, oxa_device_h device) {
   free(name);
 }
 
+static bool is_peer(const example_t *example, oxa_device_h device) {
+  char *address = NULL;
+  bool peer = oxa_device_get_address(device, &address) == OXA_ERROR_NONE &&
+              strcmp(address, example->peer) == 0;
+  free(address);
+  return peer;
+}
+
+static bool send_both(example_t *example);
+
+/* The peer may show up later (another application starting, say): send once it is found. */
+static void send_when_peer(example_t *example, oxa_device_h device) {
+  if (example->discovering && !example->sent && is_peer(example, device) && !send_both(example)) {
+    finish(example, true);
+  }
+}
+
 static bool on_found_device(oxa_device_h device, void *user_data) {
-  (void)user_data;
   print_device("known device", device);
+  send_when_peer(user_data, device);
   return true;
 }
 
 static void on_device_found(oxa_device_h device, void *user_data) {
-  (void)user_data;
   print_device("found device", device);
+  send_when_peer(user_data, device);
 }
 
 static void on_command_received(oxa_command_h command, void *user_data) {
@@ -154,6 +175,7 @@ static bool send_both(example_t *example) {
     fprintf(stderr, "invalid peer address '%s' (17 characters expected)\n", example->peer);
     return false;
   }
+  example->sent = true;
   result = oxa_send_simple_message(example->service, example->message, on_message_sent, example);
   if (result != OXA_ERROR_NONE) {
     fprintf(stderr, "sending the simple message failed: %d\n", result);
@@ -185,12 +207,12 @@ static void on_registered(oxa_service_h service, oxa_error_e result, void *user_
     return;
   }
   example->discovering = true;
-  result = oxa_foreach_found_device(example->service, on_found_device, NULL);
+  result = oxa_foreach_found_device(example->service, on_found_device, example);
   if (result != OXA_ERROR_NONE) {
     fprintf(stderr, "listing the found devices failed: %d\n", (int)result);
   }
-  if (!send_both(example)) {
-    finish(example, true);
+  if (!example->sent) {
+    printf("waiting for %s to be found\n", example->peer);
   }
 }
 
@@ -271,6 +293,10 @@ int main(int argc, char **argv) {
 
   memset(&example, 0, sizeof(example));
   example.peer = argc > 1 ? argv[1] : DEFAULT_PEER;
+  if (strlen(example.peer) != PEER_ADDRESS_LENGTH) {
+    fprintf(stderr, "usage: %s [PEER_ADDRESS]  (like %s)\n", argv[0], DEFAULT_PEER);
+    return EXIT_FAILURE;
+  }
   example.loop = g_main_loop_new(NULL, FALSE);
 
   result = oxa_initialize(on_initialized, &example);
