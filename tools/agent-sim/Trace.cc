@@ -132,27 +132,35 @@ std::string formatEvent(const Event &event) {
   return out.str();
 }
 
+// Formatting a parcel costs more than handling it (payloads as hex), so nothing is formatted
+// unless tracing is on.
 void Trace::received(const std::string &peer, const Request &request) const {
-  print("<-", peer, formatRequest(request));
+  if (enabled_) {
+    print("<-", peer, formatRequest(request));
+  }
 }
 
 void Trace::replied(const std::string &peer, const Reply &reply) const {
-  print("->", peer, formatReply(reply));
+  if (enabled_) {
+    print("->", peer, formatReply(reply));
+  }
 }
 
 void Trace::sent(const std::string &peer, const Event &event) const {
-  print("=>", peer, formatEvent(event));
+  if (enabled_) {
+    print("=>", peer, formatEvent(event));
+  }
 }
 
 void Trace::note(const std::string &peer, const std::string &text) const {
-  print("--", peer, text);
+  if (enabled_) {
+    print("--", peer, text);
+  }
 }
 
-void Trace::print(const char *direction, const std::string &peer, const std::string &text) const {
-  if (enabled_) {
-    std::printf("trace: %s [%s] %s\n", direction, peer.c_str(), text.c_str());
-    std::fflush(stdout);
-  }
+void Trace::print(const char *direction, const std::string &peer, const std::string &text) {
+  std::printf("trace: %s [%s] %s\n", direction, peer.c_str(), text.c_str());
+  std::fflush(stdout);
 }
 
 }  // namespace oxa_sim

@@ -23,7 +23,7 @@ class Trace {
   void note(const std::string &peer, const std::string &text) const;
 
  private:
-  void print(const char *direction, const std::string &peer, const std::string &text) const;
+  static void print(const char *direction, const std::string &peer, const std::string &text);
 
   bool enabled_;
 };
