@@ -6,15 +6,8 @@
 
 namespace {
 
-// Registers `function` with `user_data` in the callback slot `slot` of the proxy.
-template <typename Function>
-int registerCallback(rpc_port_proxy_h h, platform::Callback<Function> platform::Proxy::*slot,
-                     Function function, void *userData) {
-  if (h == nullptr || function == nullptr) {
-    return RPC_PORT_ERROR_INVALID_PARAMETER;
-  }
-  (*h->proxy).*slot = platform::Callback<Function>{function, userData};
-  return RPC_PORT_ERROR_NONE;
+platform::Proxy *proxyOf(rpc_port_proxy_h h) {
+  return h != nullptr ? h->proxy.get() : nullptr;
 }
 
 }  // namespace
@@ -57,25 +50,25 @@ extern "C" int rpc_port_proxy_connect_sync(rpc_port_proxy_h h, const char *appid
 extern "C" int rpc_port_proxy_add_connected_event_cb(rpc_port_proxy_h h,
                                                      rpc_port_proxy_connected_event_cb cb,
                                                      void *user_data) {
-  return registerCallback(h, &platform::Proxy::connected, cb, user_data);
+  return platform::registerCallback(proxyOf(h), &platform::Proxy::connected, cb, user_data);
 }
 
 extern "C" int rpc_port_proxy_add_disconnected_event_cb(rpc_port_proxy_h h,
                                                         rpc_port_proxy_disconnected_event_cb cb,
                                                         void *user_data) {
-  return registerCallback(h, &platform::Proxy::disconnected, cb, user_data);
+  return platform::registerCallback(proxyOf(h), &platform::Proxy::disconnected, cb, user_data);
 }
 
 extern "C" int rpc_port_proxy_add_rejected_event_cb(rpc_port_proxy_h h,
                                                     rpc_port_proxy_rejected_event_cb cb,
                                                     void *user_data) {
-  return registerCallback(h, &platform::Proxy::rejected, cb, user_data);
+  return platform::registerCallback(proxyOf(h), &platform::Proxy::rejected, cb, user_data);
 }
 
 extern "C" int rpc_port_proxy_add_received_event_cb(rpc_port_proxy_h h,
                                                     rpc_port_proxy_received_event_cb cb,
                                                     void *user_data) {
-  return registerCallback(h, &platform::Proxy::received, cb, user_data);
+  return platform::registerCallback(proxyOf(h), &platform::Proxy::received, cb, user_data);
 }
 
 extern "C" int rpc_port_proxy_get_port(rpc_port_proxy_h h, rpc_port_port_type_e type,

@@ -20,7 +20,12 @@ int makeAddress(const std::string &path, sockaddr_un *address) {
   return 0;
 }
 
-int makeSocket(UniqueFd *out) {
+// The address of `path` and a fresh non-blocking stream socket for it.
+int openSocket(const std::string &path, sockaddr_un *address, UniqueFd *out) {
+  const int error = makeAddress(path, address);
+  if (error != 0) {
+    return error;
+  }
   out->reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   return out->get() < 0 ? -errno : 0;
 }
@@ -29,10 +34,7 @@ int makeSocket(UniqueFd *out) {
 
 int connectUnix(const std::string &path, UniqueFd *out) {
   sockaddr_un address{};
-  int error = makeAddress(path, &address);
-  if (error == 0) {
-    error = makeSocket(out);
-  }
+  int error = openSocket(path, &address, out);
   if (error != 0) {
     return error;
   }
@@ -49,10 +51,7 @@ int connectUnix(const std::string &path, UniqueFd *out) {
 
 int listenUnix(const std::string &path, UniqueFd *out) {
   sockaddr_un address{};
-  int error = makeAddress(path, &address);
-  if (error == 0) {
-    error = makeSocket(out);
-  }
+  int error = openSocket(path, &address, out);
   if (error != 0) {
     return error;
   }

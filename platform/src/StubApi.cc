@@ -7,15 +7,8 @@
 
 namespace {
 
-// Registers `function` with `user_data` in the callback slot `slot` of the stub.
-template <typename Function>
-int registerCallback(rpc_port_stub_h h, platform::Callback<Function> platform::Stub::*slot,
-                     Function function, void *userData) {
-  if (h == nullptr || function == nullptr) {
-    return RPC_PORT_ERROR_INVALID_PARAMETER;
-  }
-  (*h->stub).*slot = platform::Callback<Function>{function, userData};
-  return RPC_PORT_ERROR_NONE;
+platform::Stub *stubOf(rpc_port_stub_h h) {
+  return h != nullptr ? h->stub.get() : nullptr;
 }
 
 }  // namespace
@@ -56,19 +49,19 @@ extern "C" int rpc_port_stub_add_privilege(rpc_port_stub_h h, const char *privil
 extern "C" int rpc_port_stub_add_connected_event_cb(rpc_port_stub_h h,
                                                     rpc_port_stub_connected_event_cb cb,
                                                     void *user_data) {
-  return registerCallback(h, &platform::Stub::connected, cb, user_data);
+  return platform::registerCallback(stubOf(h), &platform::Stub::connected, cb, user_data);
 }
 
 extern "C" int rpc_port_stub_add_disconnected_event_cb(rpc_port_stub_h h,
                                                        rpc_port_stub_disconnected_event_cb cb,
                                                        void *user_data) {
-  return registerCallback(h, &platform::Stub::disconnected, cb, user_data);
+  return platform::registerCallback(stubOf(h), &platform::Stub::disconnected, cb, user_data);
 }
 
 extern "C" int rpc_port_stub_add_received_event_cb(rpc_port_stub_h h,
                                                    rpc_port_stub_received_event_cb cb,
                                                    void *user_data) {
-  return registerCallback(h, &platform::Stub::received, cb, user_data);
+  return platform::registerCallback(stubOf(h), &platform::Stub::received, cb, user_data);
 }
 
 extern "C" int rpc_port_stub_get_port(rpc_port_stub_h h, rpc_port_port_type_e type,
