@@ -81,7 +81,7 @@ int Proxy::connectSync(const char *appId, const char *portName) {
   becomeConnected();
   if (state_ == State::kConnected && callback_->bufferedFrame() != FrameState::kIncomplete) {
     // Events that came with the ack are already buffered; the socket will not wake the loop.
-    deferred_.idle(context_, onDrain, this);
+    drained_.wake();
   }
   return RPC_PORT_ERROR_NONE;
 }
@@ -98,6 +98,7 @@ void Proxy::close() {
   mainWatch_.stop();
   callbackWatch_.stop();
   deferred_.stop();
+  drained_.stop();
   handshakeTimer_.stop();
   for (Port *port : {main_.get(), callback_.get()}) {
     if (port != nullptr) {
@@ -161,6 +162,10 @@ int Proxy::awaitAck(Port &port, int (Proxy::*accept)(Parcel &)) {
 void Proxy::becomeConnected() {
   state_ = State::kConnected;
   handshakeTimer_.stop();
+  // A thread blocked on the main port keeps taking events, so the stub never waits on this
+  // proxy; the loop hands them out when it runs again.
+  drained_.onWake(context_, onDrain, this);
+  main_->drainWhileBlocked(callback_.get(), [this] { drained_.wake(); });
   // The main port is read only by create_from_port; the loop only notices it hang up.
   mainWatch_.watchFd(context_, main_->fd(), static_cast<GIOCondition>(G_IO_HUP | G_IO_ERR),
                      onMainHangUp, this);
@@ -276,7 +281,7 @@ gboolean Proxy::onHandshakeTimeout(void *data) {
 
 gboolean Proxy::onDrain(void *data) {
   onCallbackReadable(-1, G_IO_IN, data);
-  return G_SOURCE_REMOVE;
+  return G_SOURCE_CONTINUE;
 }
 
 }  // namespace platform

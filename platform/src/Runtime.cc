@@ -7,16 +7,33 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace platform {
 
 namespace {
 
 constexpr int kDefaultReadTimeoutMs = 10000;
+constexpr size_t kDefaultSendQueueLimit = size_t{64} << 20;
 
 std::string environment(const char *name) {
   const char *value = std::getenv(name);
   return value != nullptr ? std::string(value) : std::string();
+}
+
+// A positive decimal number from the environment, or std::nullopt.
+std::optional<unsigned long long> positiveNumber(const char *name) {
+  const char *text = std::getenv(name);
+  if (text == nullptr || *text < '0' || *text > '9') {
+    return std::nullopt;
+  }
+  char *end = nullptr;
+  errno = 0;
+  const unsigned long long value = std::strtoull(text, &end, 10);
+  if (*end != '\0' || errno != 0 || value == 0) {
+    return std::nullopt;
+  }
+  return value;
 }
 
 std::string runtimeDirectory() {
@@ -66,14 +83,13 @@ bool holdsPrivilege(const std::string &list, const std::string &privilege) {
 }
 
 int readTimeoutMs() {
-  const char *text = std::getenv("RPC_PORT_READ_TIMEOUT_MS");
-  if (text == nullptr || *text == '\0') {
-    return kDefaultReadTimeoutMs;
-  }
-  char *end = nullptr;
-  const long value = std::strtol(text, &end, 10);
-  return (*end == '\0' && value > 0 && value <= INT32_MAX) ? static_cast<int>(value)
-                                                           : kDefaultReadTimeoutMs;
+  const std::optional<unsigned long long> value = positiveNumber("RPC_PORT_READ_TIMEOUT_MS");
+  return value && *value <= INT32_MAX ? static_cast<int>(*value) : kDefaultReadTimeoutMs;
+}
+
+size_t sendQueueLimit() {
+  const std::optional<unsigned long long> value = positiveNumber("RPC_PORT_SEND_QUEUE_MAX");
+  return value && *value <= SIZE_MAX ? static_cast<size_t>(*value) : kDefaultSendQueueLimit;
 }
 
 bool isValidName(const char *name) {

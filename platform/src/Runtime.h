@@ -2,6 +2,7 @@
 // $RPC_PORT_RUNTIME_DIR/A/P (default $XDG_RUNTIME_DIR/rpc-port, else /tmp/rpc-port-<uid>).
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace platform {
@@ -14,6 +15,8 @@ std::string ownPrivileges();
 bool holdsPrivilege(const std::string &list, const std::string &privilege);
 // Milliseconds a blocking read waits for a frame: $RPC_PORT_READ_TIMEOUT_MS, default 10000.
 int readTimeoutMs();
+// Bytes a stub connection may hold unsent: $RPC_PORT_SEND_QUEUE_MAX, default 64 MiB.
+size_t sendQueueLimit();
 
 // An application id or port name may name one directory entry, nothing else.
 bool isValidName(const char *name);

@@ -1,5 +1,6 @@
 #include "StubClient.h"
 
+#include "Runtime.h"
 #include "Stub.h"
 
 namespace platform {
@@ -25,6 +26,9 @@ Port *StubClient::port(rpc_port_port_type_e type) const {
 void StubClient::attachCallback(std::unique_ptr<Port> callback) {
   callback_ = std::move(callback);
   state_ = State::kConnected;
+  const size_t limit = sendQueueLimit();
+  mainWriter_.emplace(stub_.context(), *main_, limit, [this] { end(); });
+  callbackWriter_.emplace(stub_.context(), *callback_, limit, [this] { end(); });
   // Proxies never send on their callback port; the stub only needs to notice it hang up.
   callbackWatch_.watchFd(stub_.context(), callback_->fd(),
                          static_cast<GIOCondition>(G_IO_HUP | G_IO_ERR), onCallbackHangUp, this);
@@ -34,6 +38,11 @@ void StubClient::close() {
   state_ = State::kClosed;
   mainWatch_.stop();
   callbackWatch_.stop();
+  for (std::optional<PortWriter> *writer : {&mainWriter_, &callbackWriter_}) {
+    if (writer->has_value()) {
+      (*writer)->stop();
+    }
+  }
   for (Port *port : {main_.get(), callback_.get()}) {
     if (port != nullptr) {
       port->close();
@@ -43,10 +52,14 @@ void StubClient::close() {
 
 // Closes the connection and, when it had been reported connected, reports it gone.
 void StubClient::end() {
+  if (state_ == State::kClosed) {
+    return;
+  }
+  const std::shared_ptr<Stub> stub = stub_.shared_from_this();
   const bool wasConnected = state_ == State::kConnected;
   close();
   if (wasConnected) {
-    stub_.reportDisconnected(*this);
+    stub->reportDisconnected(*this);
   }
 }
 
@@ -77,9 +90,14 @@ gboolean StubClient::onMainReadable(int /*fd*/, GIOCondition /*condition*/, void
     client->close();
     return G_SOURCE_CONTINUE;
   }
+  if (client->main_->broken()) {
+    client->end();
+    return G_SOURCE_CONTINUE;
+  }
   client->dispatchFrames();
   if (client->state_ == State::kConnected &&
-      (!open || client->main_->bufferedFrame() == FrameState::kBroken)) {
+      (!open || client->main_->broken() ||
+       client->main_->bufferedFrame() == FrameState::kBroken)) {
     client->end();
   }
   return G_SOURCE_CONTINUE;

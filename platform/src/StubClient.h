@@ -1,12 +1,15 @@
 // One proxy connection as a stub sees it: the main port (requests in, replies out) and the
-// callback port (events out), known by the instance id the stub gave it.
+// callback port (events out), known by the instance id the stub gave it. Sends on both ports are
+// queued and written from the stub's loop (see PortWriter), so a slow reader never blocks it.
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "LoopSource.h"
 #include "Port.h"
+#include "PortWriter.h"
 
 namespace platform {
 
@@ -45,6 +48,8 @@ class StubClient {
   State state_ = State::kAwaitCallback;
   std::unique_ptr<Port> main_;
   std::unique_ptr<Port> callback_;
+  std::optional<PortWriter> mainWriter_;
+  std::optional<PortWriter> callbackWriter_;
   LoopSource mainWatch_;
   LoopSource callbackWatch_;
 };
