@@ -240,6 +240,8 @@ int Port::receive(Parcel &out) {
     if (got == 0 || (got < 0 && got != -EAGAIN)) {
       ended_ = true;
     } else if (got == -EAGAIN && !waitFor(POLLIN, deadline)) {
+      // Whatever comes later belongs to this read, not to the next one.
+      breakConnection();
       return RPC_PORT_ERROR_IO_ERROR;
     }
   }

@@ -5,7 +5,8 @@
 //
 // Reads come from two places and share the buffer: the event loop pulls whatever the socket has
 // (fillAvailable) and hands each complete frame to the application, and create_from_port takes the
-// next frame (receive), from the buffer when one is there, else by polling the socket itself.
+// next frame (receive), from the buffer when one is there, else by polling the socket itself. A
+// receive that gives up breaks the connection, so a late frame can never answer a later read.
 //
 // Sends either block until the frame is written (the default) or, after queueSends(), write what
 // the socket takes at once and queue the rest for the owner's event loop to flush().
@@ -55,7 +56,7 @@ class Port {
   // kFailed once the connection is broken.
   FlushResult flush();
   // Blocks until one whole frame is in `out`; RPC_PORT_ERROR_IO_ERROR at end of stream, on a
-  // broken frame or after the port's read timeout.
+  // broken frame or after the port's read timeout, each of which breaks the connection.
   int receive(Parcel &out);
 
   // Reads what the socket holds now, without blocking; false once the stream has ended or failed.
