@@ -10,7 +10,7 @@ namespace platform {
 int connectUnix(const std::string &path, UniqueFd *out);
 // Replaces whatever is at `path` with a listening socket.
 int listenUnix(const std::string &path, UniqueFd *out);
-// The next pending connection on `listener`, or an empty UniqueFd when there is none.
-UniqueFd acceptConnection(int listener);
+// Takes the next pending connection on `listener` into `out`; -EAGAIN when there is none.
+int acceptConnection(int listener, UniqueFd *out);
 
 }  // namespace platform
