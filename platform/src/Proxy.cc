@@ -4,6 +4,7 @@
 
 #include "Runtime.h"
 #include "Socket.h"
+#include "Trust.h"
 
 namespace platform {
 
@@ -114,7 +115,9 @@ int Proxy::begin(const char *appId, const char *portName) {
   }
   appId_ = appId;
   portName_ = portName;
-  const int error = openPort(&main_, Hello{HelloKind::kMain, ownAppId(), ownPrivileges()});
+  const int unsafe = securePortDirectory(appId_, DirectoryUse::kCheck);
+  const int error = unsafe != 0 ? connectOutcome(unsafe)
+                                : openPort(&main_, Hello{HelloKind::kMain, ownAppId(), ownPrivileges()});
   if (error == RPC_PORT_ERROR_PERMISSION_DENIED || error == RPC_PORT_ERROR_INVALID_PARAMETER) {
     // Reported at once; the proxy may be connected again.
     main_.reset();
@@ -129,6 +132,9 @@ int Proxy::openPort(std::unique_ptr<Port> *port, const Hello &hello) const {
   const int error = connectUnix(socketPath(appId_, portName_), &fd);
   if (error != 0) {
     return connectOutcome(error);
+  }
+  if (!isAllowedPeer(fd.get())) {
+    return RPC_PORT_ERROR_PERMISSION_DENIED;
   }
   *port = std::make_unique<Port>(std::move(fd), readTimeoutMs());
   const Parcel frame = encodeHello(hello);

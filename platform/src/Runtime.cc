@@ -36,6 +36,8 @@ std::optional<unsigned long long> positiveNumber(const char *name) {
   return value;
 }
 
+}  // namespace
+
 std::string runtimeDirectory() {
   std::string dir = environment("RPC_PORT_RUNTIME_DIR");
   if (!dir.empty()) {
@@ -47,6 +49,8 @@ std::string runtimeDirectory() {
   }
   return "/tmp/rpc-port-" + std::to_string(getuid());
 }
+
+namespace {
 
 std::string trimmed(const std::string &text) {
   const size_t first = text.find_first_not_of(" \t");
@@ -92,6 +96,26 @@ size_t sendQueueLimit() {
   return value && *value <= SIZE_MAX ? static_cast<size_t>(*value) : kDefaultSendQueueLimit;
 }
 
+std::vector<uid_t> extraAllowedUids() {
+  const std::string list = environment("RPC_PORT_ALLOWED_UIDS");
+  std::vector<uid_t> uids;
+  size_t start = 0;
+  while (start < list.size()) {
+    size_t end = list.find(',', start);
+    if (end == std::string::npos) {
+      end = list.size();
+    }
+    const std::string entry = trimmed(list.substr(start, end - start));
+    char *last = nullptr;
+    const unsigned long uid = std::strtoul(entry.c_str(), &last, 10);
+    if (!entry.empty() && *last == '\0' && uid < UINT32_MAX) {
+      uids.push_back(static_cast<uid_t>(uid));
+    }
+    start = end + 1;
+  }
+  return uids;
+}
+
 bool isValidName(const char *name) {
   return name != nullptr && *name != '\0' && std::strchr(name, '/') == nullptr &&
          std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
@@ -103,18 +127,6 @@ std::string appDirectory(const std::string &appId) {
 
 std::string socketPath(const std::string &appId, const std::string &portName) {
   return appDirectory(appId) + "/" + portName;
-}
-
-bool makeDirectories(const std::string &path) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos;
-       slash = path.find('/', slash + 1)) {
-    ::mkdir(path.substr(0, slash).c_str(), 0700);
-  }
-  if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-  }
-  return false;
 }
 
 }  // namespace platform

@@ -80,4 +80,14 @@ int acceptConnection(int listener, UniqueFd *out) {
   }
 }
 
+int peerUid(int fd, uid_t *uid) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) < 0) {
+    return -errno;
+  }
+  *uid = credentials.uid;
+  return 0;
+}
+
 }  // namespace platform

@@ -9,6 +9,7 @@
 
 #include "Runtime.h"
 #include "Socket.h"
+#include "Trust.h"
 
 namespace platform {
 
@@ -65,8 +66,9 @@ int Stub::listen() {
   if (listener_.get() >= 0 || !isValidName(appId.c_str())) {
     return RPC_PORT_ERROR_INVALID_PARAMETER;
   }
-  if (!makeDirectories(appDirectory(appId))) {
-    return listenOutcome(-errno);
+  const int unsafe = securePortDirectory(appId, DirectoryUse::kCreate);
+  if (unsafe != 0) {
+    return listenOutcome(unsafe);
   }
   path_ = socketPath(appId, portName_);
   const int error = listenUnix(path_, &listener_);
@@ -196,7 +198,7 @@ std::unique_ptr<Stub::PendingSocket> Stub::takePending(PendingSocket *pending) {
 }
 
 void Stub::admit(std::unique_ptr<Port> port, const Hello &hello) {
-  if (!allows(hello.detail)) {
+  if (!isAllowedPeer(port->fd()) || !allows(hello.detail)) {
     sendAck(*port, Ack{RPC_PORT_ERROR_PERMISSION_DENIED, std::string()});
     return;
   }
@@ -211,7 +213,8 @@ void Stub::admit(std::unique_ptr<Port> port, const Hello &hello) {
 
 void Stub::join(std::unique_ptr<Port> port, const Hello &hello) {
   const auto found = clients_.find(hello.detail);
-  if (found == clients_.end() || !found->second->awaitsCallbackPort() ||
+  if (!isAllowedPeer(port->fd()) || found == clients_.end() ||
+      !found->second->awaitsCallbackPort() ||
       found->second->sender() != hello.appId ||
       sendAck(*port, Ack{RPC_PORT_ERROR_NONE, hello.detail}) != 0) {
     return;
