@@ -122,8 +122,8 @@ TEST_F(BoundsTest, AcceptBacksOffWhenDescriptorsRunOut) {
   ::usleep(1000 * 1000);
   const long usedTicks = cpuTicks(stub.pid()) - startTicks;
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-  const double share = static_cast<double>(usedTicks) / static_cast<double>(sysconf(_SC_CLK_TCK)) /
-                       seconds;
+  const double share =
+      static_cast<double>(usedTicks) / static_cast<double>(sysconf(_SC_CLK_TCK)) / seconds;
   EXPECT_LT(share, 0.05) << usedTicks << " ticks in " << seconds << " s";
 
   silent.clear();
@@ -143,7 +143,8 @@ TEST_F(BoundsTest, SilentConnectionIsClosedAfterTheReadTimeout) {
   const Clock::time_point start = Clock::now();
   RawSocket silent = RawSocket::connectTo(portPath(kAppId, kPortName));
   ASSERT_TRUE(silent.valid());
-  ASSERT_TRUE(runUntil([&] { return silent.readable(); }, std::chrono::milliseconds(kTimeoutMs + 1000)));
+  ASSERT_TRUE(
+      runUntil([&] { return silent.readable(); }, std::chrono::milliseconds(kTimeoutMs + 1000)));
   EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(kTimeoutMs));
   EXPECT_TRUE(silent.waitClosed(kDefaultWait));
 }
@@ -161,7 +162,8 @@ TEST_F(BoundsTest, ConnectionWhoseCallbackPortNeverJoinsIsClosed) {
   ack = main.readFrame(kDefaultWait);
   ASSERT_TRUE(ack.has_value());
   const Clock::time_point acked = Clock::now();
-  ASSERT_TRUE(runUntil([&] { return main.readable(); }, std::chrono::milliseconds(kTimeoutMs + 1000)));
+  ASSERT_TRUE(
+      runUntil([&] { return main.readable(); }, std::chrono::milliseconds(kTimeoutMs + 1000)));
   EXPECT_GE(Clock::now() - acked, std::chrono::milliseconds(kTimeoutMs - 50));
   EXPECT_TRUE(main.waitClosed(kDefaultWait));
   EXPECT_TRUE(stub.connected.empty());

@@ -44,11 +44,13 @@ ChildProcess spawnClient(ReadyPipe &ready, const std::function<bool(const TestPr
     ScopedMainContext context;
     TestProxy proxy;
     if (proxy.connect() != 0 ||
-        !runUntil(context.get(), [&] { return proxy.connectedCount == 1; }, kDefaultWait)) {
+        !runUntil(
+            context.get(), [&] { return proxy.connectedCount == 1; }, kDefaultWait)) {
       return 90;
     }
     ready.signal('y');
-    if (!runUntil(context.get(), [&] { return done(proxy); }, kLongWait)) {
+    if (!runUntil(
+            context.get(), [&] { return done(proxy); }, kLongWait)) {
       return 91;
     }
     return verdict(proxy);
@@ -75,8 +77,7 @@ TEST_F(QueueTest, StoppedClientStallsNobodyAndGetsEverythingLater) {
   ChildProcess stopped = spawnClient(
       stoppedReady,
       [](const TestProxy &proxy) {
-        return static_cast<int>(proxy.events.size()) >= kOwedEvents ||
-               proxy.disconnectedCount > 0;
+        return static_cast<int>(proxy.events.size()) >= kOwedEvents || proxy.disconnectedCount > 0;
       },
       [](const TestProxy &proxy) { return inOrder(proxy.events, kOwedEvents) ? 0 : 1; });
   ASSERT_TRUE(runUntil([&] { return stub.connected.size() == 1; }));
@@ -136,8 +137,8 @@ TEST_F(QueueTest, QueueOverTheBoundDisconnectsThatClientOnly) {
   const std::string padding(size_t{64} << 10, 'x');
   rpc_port_parcel_write_string(big.get(), padding.c_str());
   rpc_port_h port = nullptr;
-  ASSERT_EQ(0, rpc_port_stub_get_port(stub.get(), RPC_PORT_PORT_CALLBACK,
-                                      stoppedInstance.c_str(), &port));
+  ASSERT_EQ(0, rpc_port_stub_get_port(stub.get(), RPC_PORT_PORT_CALLBACK, stoppedInstance.c_str(),
+                                      &port));
   int sent = 0;
   while (sent < 100 && rpc_port_parcel_send(big.get(), port) == 0) {
     ++sent;

@@ -129,13 +129,13 @@ int connectAsNobody(GMainContext *context) {
     if (proxy.connect() != 0) {
       return 91;
     }
-    runUntil(loop.get(), [&] { return proxy.connectedCount + proxy.rejectedCount > 0; },
-             kDefaultWait);
+    runUntil(
+        loop.get(), [&] { return proxy.connectedCount + proxy.rejectedCount > 0; }, kDefaultWait);
     if (proxy.connectedCount == 1) {
       return 0;
     }
     return proxy.rejectedCount == 1 && proxy.rejectResult == RPC_PORT_ERROR_PERMISSION_DENIED ? 13
-                                                                                               : 92;
+                                                                                              : 92;
   });
   std::optional<int> status;
   runUntil(
