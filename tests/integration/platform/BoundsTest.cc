@@ -68,13 +68,11 @@ ChildProcess spawnPlainStub() {
     rpc_port_stub_add_received_event_cb(
         stub,
         [](const char *, const char *, rpc_port_h port, void *) {
-          rpc_port_parcel_h request = nullptr;
-          if (rpc_port_parcel_create_from_port(&request, port) != 0) {
+          const ParcelPtr request = receiveParcel(port);
+          int value = 0;
+          if (!request || rpc_port_parcel_read_int32(request.get(), &value) != 0) {
             return -1;
           }
-          ParcelPtr owned(request);
-          int value = 0;
-          rpc_port_parcel_read_int32(request, &value);
           return rpc_port_parcel_send(parcelWithInt(value + 1).get(), port);
         },
         nullptr);

@@ -25,6 +25,11 @@ ParcelPtr parcelWithInt(int value) {
   return parcel;
 }
 
+ParcelPtr receiveParcel(rpc_port_h port) {
+  rpc_port_parcel_h parcel = nullptr;
+  return ParcelPtr(rpc_port_parcel_create_from_port(&parcel, port) == 0 ? parcel : nullptr);
+}
+
 std::vector<uint8_t> parcelBytes(rpc_port_parcel_h parcel) {
   std::vector<uint8_t> bytes;
   char byte = 0;

@@ -25,6 +25,8 @@ using ParcelPtr = std::unique_ptr<rpc_port_parcel_s, ParcelDeleter>;
 
 ParcelPtr makeParcel();
 ParcelPtr parcelWithInt(int value);
+// The next parcel read from `port`, or null when the read fails.
+ParcelPtr receiveParcel(rpc_port_h port);
 // Reads the rest of the parcel byte by byte (consuming it).
 std::vector<uint8_t> parcelBytes(rpc_port_parcel_h parcel);
 // The next string of the parcel, freed; fails the test when the read fails.

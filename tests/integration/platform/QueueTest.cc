@@ -162,14 +162,12 @@ TEST_F(QueueTest, BurstFromOneCallbackWhileTheStubSendsEvents) {
   const std::string mebibyte(size_t{1} << 20, 'b');
   ChildProcess stubProcess = spawnStubProcess([](TestStub &served) {
     served.onReceived = [&served](const std::string &instance, rpc_port_h port) {
-      rpc_port_parcel_h request = nullptr;
-      if (rpc_port_parcel_create_from_port(&request, port) != 0) {
+      const ParcelPtr request = receiveParcel(port);
+      int value = 0;
+      if (!request || rpc_port_parcel_read_int32(request.get(), &value) != 0) {
         return -1;
       }
-      ParcelPtr owned(request);
-      int value = 0;
-      rpc_port_parcel_read_int32(request, &value);
-      const std::string body = readString(request);
+      const std::string body = readString(request.get());
       // A quarter of the request goes back on the callback port, the answer on the main port.
       ParcelPtr echo = parcelWithInt(value);
       rpc_port_parcel_write_string(echo.get(), body.substr(0, body.size() / 4).c_str());
