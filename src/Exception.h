@@ -70,6 +70,10 @@ inline int checkServiceType(int type) {
 void writeLog(log_priority level, const char *file, const char *function, int line,
               const char *format, ...) __attribute__((format(printf, 5, 6)));
 
+// Writes `prefix` (of `prefixLength` bytes) followed by the printf of `format` and `args`.
+void writeLogLine(log_priority level, const char *prefix, size_t prefixLength, const char *format,
+                  va_list args) __attribute__((format(printf, 4, 0)));
+
 // One call site of OXA_LOG with a formatted message: its line prefix
 // "<file>: <function>(<line>) > " is built once, when the site is first reached.
 class LogSite {

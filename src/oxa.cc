@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -11,6 +13,58 @@
 #include "Exception.h"
 #include "Service.h"
 #include "oxa.h"
+
+namespace Oxa::Capi {
+
+// Most lines fit here; longer ones are printed again into a string of their size. Debug lines
+// are built although the platform mostly filters them out, so this path stays short.
+constexpr size_t kStackLine = 512;
+
+// Writes `prefix` followed by the printf of `format`, in one pass when it fits on the stack. A
+// message that cannot be printed is left empty.
+void writeLogLine(log_priority level, const char *prefix, size_t prefixLength, const char *format,
+                  va_list args) {
+  char stackLine[kStackLine];
+  va_list retry;
+  va_copy(retry, args);
+  int length = 0;
+  if (prefixLength < sizeof stackLine) {
+    std::memcpy(stackLine, prefix, prefixLength);
+    const size_t room = sizeof stackLine - prefixLength;
+    length = std::vsnprintf(stackLine + prefixLength, room, format, args);
+    if (length < 0 || static_cast<size_t>(length) < room) {
+      stackLine[length < 0 ? prefixLength : prefixLength + static_cast<size_t>(length)] = '\0';
+      va_end(retry);
+      dlog_print(level, "OXA_API", "%s", stackLine);
+      return;
+    }
+  } else {
+    va_list count;
+    va_copy(count, retry);
+    length = std::max(std::vsnprintf(nullptr, 0, format, count), 0);
+    va_end(count);
+  }
+  std::string longLine(prefix, prefixLength);
+  longLine.resize(prefixLength + static_cast<size_t>(length) + 1);
+  std::vsnprintf(longLine.data() + prefixLength, static_cast<size_t>(length) + 1, format, retry);
+  va_end(retry);
+  longLine.pop_back();
+  dlog_print(level, "OXA_API", "%s", longLine.c_str());
+}
+
+// Only for call sites known at run time (helpers that log in their caller's name), which are
+// rare: the prefix is built on each call. OXA_LOG keeps its site's prefix.
+void writeLog(log_priority level, const char *file, const char *function, int line,
+              const char *format, ...) {
+  const std::string prefix =
+      std::string(file) + ": " + function + "(" + std::to_string(line) + ") > ";
+  va_list args;
+  va_start(args, format);
+  writeLogLine(level, prefix.c_str(), prefix.size(), format, args);
+  va_end(args);
+}
+
+}  // namespace Oxa::Capi
 
 // The library is built with hidden visibility; only the exported functions carry this.
 #define OXA_EXPORT __attribute__((visibility("default")))
