@@ -35,7 +35,8 @@ class ParcelCache {
   int count_ = 0;
 };
 
-thread_local ParcelCache parcelCache;
+// initial-exec: the library is loaded with the program, so an access is a single load.
+thread_local ParcelCache parcelCache __attribute__((tls_model("initial-exec")));
 
 }  // namespace
 
