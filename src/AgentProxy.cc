@@ -103,13 +103,13 @@ rpc_port_parcel_h readBytes(rpc_port_parcel_h parcel, std::vector<unsigned char>
   const size_t wanted = count > 0 ? static_cast<size_t>(count) : 0;
   const size_t first = bytes.size();
   bytes.resize(first + std::min(wanted, kMaxFrameBody));
-  for (size_t index = first; index < bytes.size(); ++index) {
-    rpc_port_parcel_read_byte(parcel, reinterpret_cast<char *>(&bytes[index]));
+  char *const end = reinterpret_cast<char *>(bytes.data() + bytes.size());
+  for (char *at = reinterpret_cast<char *>(bytes.data() + first); at != end; ++at) {
+    rpc_port_parcel_read_byte(parcel, at);
   }
   for (size_t index = bytes.size() - first; index < wanted; ++index) {
-    char byte = 0;
-    rpc_port_parcel_read_byte(parcel, &byte);
-    bytes.push_back(static_cast<unsigned char>(byte));
+    bytes.push_back(0);
+    rpc_port_parcel_read_byte(parcel, reinterpret_cast<char *>(&bytes.back()));
   }
   return parcel;
 }

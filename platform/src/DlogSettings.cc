@@ -83,11 +83,16 @@ EnvironmentView take() {
   return seen;
 }
 
+// Out of line, so that the check of every line needs no saved registers.
+__attribute__((noinline)) void refresh() {
+  view = take();
+}
+
 }  // namespace
 
 DlogSettings currentDlogSettings() {
   if (!unchanged(view)) {
-    view = take();
+    refresh();
   }
   return view.settings;
 }
