@@ -54,9 +54,9 @@ CostProbe::CostProbe() : scenarioPath_(runtimeDir_.path() + "/scenario.json") {
   deadline_ = g_timeout_add_seconds(kRunDeadlineSeconds, &CostProbe::onDeadline, this);
   initialize();
   callbackService_ = createService(OXA_SERVICE_TYPE_1);
-  expect(oxa_set_device_found_cb(callbackService_.get(), &CostProbe::onFound, this) ==
-             OXA_ERROR_NONE,
-         "oxa_set_device_found_cb failed");
+  expect(
+      oxa_set_device_found_cb(callbackService_.get(), &CostProbe::onFound, this) == OXA_ERROR_NONE,
+      "oxa_set_device_found_cb failed");
   registerService(callbackService_.get());
   plainService_ = createService(OXA_SERVICE_TYPE_3);
 }

@@ -94,17 +94,18 @@ int check(const char *self) {
 
   std::printf("| path | instructions | budget |\n|---|---|---|\n");
   bool within = row("one request and its reply (`oxa_start_discovery`)", request, kRequestBudget);
-  within &= row("one device-found event, parcel to the application's callback", event,
-                kEventBudget);
-  within &= row("one `oxa_send_command` (16-byte payload) and its sent event", command,
-                kCommandBudget);
-  within &= row("each further payload byte, written into the request and read back from the "
-                "sent event",
-                perByte, kPayloadByteBudget);
-  std::printf("\n(callgrind Ir of the client process; events in bursts of %d per discovery, "
-              "commands in bursts of %d; payload bytes from %d- and %d-byte commands)\n",
-              bench::kProbeDevices, bench::kCommandBurst, bench::kSmallPayload,
-              bench::kLargePayload);
+  within &=
+      row("one device-found event, parcel to the application's callback", event, kEventBudget);
+  within &=
+      row("one `oxa_send_command` (16-byte payload) and its sent event", command, kCommandBudget);
+  within &=
+      row("each further payload byte, written into the request and read back from the "
+          "sent event",
+          perByte, kPayloadByteBudget);
+  std::printf(
+      "\n(callgrind Ir of the client process; events in bursts of %d per discovery, "
+      "commands in bursts of %d; payload bytes from %d- and %d-byte commands)\n",
+      bench::kProbeDevices, bench::kCommandBurst, bench::kSmallPayload, bench::kLargePayload);
   return within ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

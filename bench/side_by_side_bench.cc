@@ -84,9 +84,10 @@ void runPhase(const std::string &name, const std::vector<int> &cpus, int samples
   std::printf("%s (medians of %d alternating samples)\n", name.c_str(), samples);
   std::printf("  request: library %.2f us, raw ping-pong %.2f us: %.2fx raw (goal <= 1.30)\n",
               requestLibrary, requestRaw, requestLibrary / requestRaw);
-  std::printf("  events:  library %.3f us/event, raw stream %.3f us/event: %.2fx raw speed "
-              "(goal >= 0.80)\n",
-              eventLibrary, eventRaw, eventRaw / eventLibrary);
+  std::printf(
+      "  events:  library %.3f us/event, raw stream %.3f us/event: %.2fx raw speed "
+      "(goal >= 0.80)\n",
+      eventLibrary, eventRaw, eventRaw / eventLibrary);
 }
 
 }  // namespace

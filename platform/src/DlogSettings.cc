@@ -3,7 +3,8 @@
 #include <cstddef>
 #include <cstring>
 
-extern char **environ;  // NOLINT(readability-redundant-declaration): unistd.h has it only with _GNU_SOURCE
+extern char *
+    *environ;  // NOLINT(readability-redundant-declaration): unistd.h has it only with _GNU_SOURCE
 
 namespace platform {
 
