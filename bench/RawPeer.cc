@@ -18,35 +18,31 @@ namespace {
 constexpr char kRequestKind = 'r';
 constexpr char kRoundKind = 'd';
 
-bool writeAll(int fd, const uint8_t *data, size_t size) {
+// Moves exactly `size` bytes with `transfer` (read or write), retrying after a signal; false at
+// end of stream or on an error.
+template <typename Byte, typename Transfer>
+bool transferAll(int fd, Byte *data, size_t size, Transfer transfer) {
   while (size > 0) {
-    const ssize_t written = ::write(fd, data, size);
-    if (written < 0 && errno == EINTR) {
+    const ssize_t done = transfer(fd, data, size);
+    if (done < 0 && errno == EINTR) {
       continue;
     }
-    if (written <= 0) {
+    if (done <= 0) {
       return false;
     }
-    data += written;
-    size -= static_cast<size_t>(written);
+    data += done;
+    size -= static_cast<size_t>(done);
   }
   return true;
 }
 
-// Reads exactly `size` bytes into `buffer` (blocking); false at end of stream.
+bool writeAll(int fd, const uint8_t *data, size_t size) {
+  return transferAll(fd, data, size, ::write);
+}
+
+// Reads exactly `size` bytes into `buffer` (blocking).
 bool readAll(int fd, uint8_t *buffer, size_t size) {
-  while (size > 0) {
-    const ssize_t got = ::read(fd, buffer, size);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    if (got <= 0) {
-      return false;
-    }
-    buffer += got;
-    size -= static_cast<size_t>(got);
-  }
-  return true;
+  return transferAll(fd, buffer, size, ::read);
 }
 
 // A frame of `size` bytes: its body length, then `kind` and filler.

@@ -80,19 +80,10 @@ extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, 
   return writeLine(index, settings.file, tag, fmt, ap);
 }
 
-// Filters before the arguments are even taken up.
 extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {
-  if (fmt == nullptr) {
-    return -EINVAL;
-  }
-  const int index = priorityIndex(prio);
-  const platform::DlogSettings settings = platform::currentDlogSettings();
-  if (isFiltered(index, settings)) {
-    return 0;
-  }
   va_list ap;
   va_start(ap, fmt);
-  const int result = writeLine(index, settings.file, tag, fmt, ap);
+  const int result = dlog_vprint(prio, tag, fmt, ap);
   va_end(ap);
   return result;
 }
