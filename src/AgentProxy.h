@@ -104,6 +104,10 @@ class OxaAgentInterface {
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const CommandRecord & /*command*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(CommandRecord &&command) {
+      OnReceived(static_cast<const CommandRecord &>(command));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
@@ -113,6 +117,10 @@ class OxaAgentInterface {
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const DeviceRecord & /*device*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(DeviceRecord &&device) {
+      OnReceived(static_cast<const DeviceRecord &>(device));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
@@ -122,6 +130,10 @@ class OxaAgentInterface {
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const DeviceRecord & /*device*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(DeviceRecord &&device) {
+      OnReceived(static_cast<const DeviceRecord &>(device));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
@@ -131,6 +143,10 @@ class OxaAgentInterface {
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const DeviceRecord & /*device*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(DeviceRecord &&device) {
+      OnReceived(static_cast<const DeviceRecord &>(device));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;

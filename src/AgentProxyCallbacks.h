@@ -75,6 +75,7 @@ class OnCommandReceivedCallback : public AgentInterface::OnCommandReceivedEvent 
  public:
   explicit OnCommandReceivedCallback(CommandReceivedCallback callback);
   void OnReceived(const CommandRecord &command) override;
+  void OnReceived(CommandRecord &&command) override;
 
  private:
   CommandReceivedCallback callback;
@@ -84,6 +85,7 @@ class OnDeviceFoundCallback : public AgentInterface::OnDeviceFoundEvent {
  public:
   explicit OnDeviceFoundCallback(DeviceCallback callback);
   void OnReceived(const DeviceRecord &device) override;
+  void OnReceived(DeviceRecord &&device) override;
 
  private:
   DeviceCallback callback;
@@ -93,6 +95,7 @@ class OnDeviceLostCallback : public AgentInterface::OnDeviceLostEvent {
  public:
   explicit OnDeviceLostCallback(DeviceCallback callback);
   void OnReceived(const DeviceRecord &device) override;
+  void OnReceived(DeviceRecord &&device) override;
 
  private:
   DeviceCallback callback;
@@ -102,6 +105,7 @@ class OnContextChangedCallback : public AgentInterface::OnContextChangedEvent {
  public:
   explicit OnContextChangedCallback(DeviceCallback callback);
   void OnReceived(const DeviceRecord &device) override;
+  void OnReceived(DeviceRecord &&device) override;
 
  private:
   DeviceCallback callback;
@@ -129,6 +133,7 @@ class OnSimpleMessageSentCallback : public AgentInterface::OnCommandSentEvent {
 class OnSimpleMessageReceivedCallback : public AgentInterface::OnCommandReceivedEvent {
  public:
   explicit OnSimpleMessageReceivedCallback(SimpleMessageReceivedCallback callback);
+  using OnCommandReceivedEvent::OnReceived;
   void OnReceived(const CommandRecord &command) override;
 
  private:

@@ -3,41 +3,23 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "DlogSettings.h"
 #include "DlogSink.h"
 #include "Exported.h"
 
 namespace {
 
-// Letters indexed by log_priority; DEFAULT and UNKNOWN log as info.
+// Letters and their ranks (V < D < I < W < E < F < S) indexed by log_priority; DEFAULT and UNKNOWN
+// log as info.
 constexpr char kLetters[] = {'I', 'I', 'V', 'D', 'I', 'W', 'E', 'F', 'S'};
-constexpr const char kLetterOrder[] = "VDIWEFS";
+constexpr int kRanks[] = {2, 2, 0, 1, 2, 3, 4, 5, 6};
+constexpr int kSilentRank = 6;
 constexpr size_t kStackLine = 1024;
 
-char letterOf(log_priority prio) {
-  return (prio >= DLOG_UNKNOWN && prio <= DLOG_SILENT) ? kLetters[prio] : 'I';
-}
-
-// Rank of a level letter in V < D < I < W < E < F < S, or -1 for anything else.
-int rankOf(char letter) {
-  for (int rank = 0; kLetterOrder[rank] != '\0'; ++rank) {
-    if (kLetterOrder[rank] == letter) {
-      return rank;
-    }
-  }
-  return -1;
-}
-
-int thresholdRank() {
-  const char *level = std::getenv("DLOG_LEVEL");
-  const int rank = (level != nullptr) ? rankOf(*level) : -1;
-  return rank < 0 ? rankOf('I') : rank;
-}
-
-bool isLogged(char letter) {
-  return letter != 'S' && rankOf(letter) >= thresholdRank();
+int priorityIndex(log_priority prio) {
+  return (prio >= DLOG_UNKNOWN && prio <= DLOG_SILENT) ? static_cast<int>(prio) : DLOG_INFO;
 }
 
 // Formats the whole line into `stack`, or into `heap` when it does not fit; returns its length.
@@ -65,24 +47,37 @@ int formatLine(char (&stack)[kStackLine], std::string &heap, char letter, const 
   return length;
 }
 
+// Formats and writes one line that passed the filter; kept out of line (it needs a large stack
+// frame), so that a filtered line costs only the check.
+__attribute__((noinline)) int writeLine(int index, const char *file, const char *tag,
+                                        const char *fmt, va_list ap) {
+  char stack[kStackLine];
+  std::string heap;
+  const int length = formatLine(stack, heap, kLetters[index], tag != nullptr ? tag : "", fmt, ap);
+  if (length < 0) {
+    return length;
+  }
+  const char *line = heap.empty() ? stack : heap.data();
+  return platform::writeLogLine(file, line, static_cast<size_t>(length));
+}
+
+// Whether a line of priority `index` is dropped under `settings`.
+bool isFiltered(int index, const platform::DlogSettings &settings) {
+  return kRanks[index] == kSilentRank || kRanks[index] < settings.thresholdRank;
+}
+
 }  // namespace
 
 extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, va_list ap) {
   if (fmt == nullptr) {
     return -EINVAL;
   }
-  const char letter = letterOf(prio);
-  if (!isLogged(letter)) {
+  const int index = priorityIndex(prio);
+  const platform::DlogSettings settings = platform::currentDlogSettings();
+  if (isFiltered(index, settings)) {
     return 0;
   }
-  char stack[kStackLine];
-  std::string heap;
-  const int length = formatLine(stack, heap, letter, tag != nullptr ? tag : "", fmt, ap);
-  if (length < 0) {
-    return length;
-  }
-  const char *line = heap.empty() ? stack : heap.data();
-  return platform::writeLogLine(line, static_cast<size_t>(length));
+  return writeLine(index, settings.file, tag, fmt, ap);
 }
 
 extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {

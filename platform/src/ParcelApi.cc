@@ -26,6 +26,11 @@ int readValue(rpc_port_parcel_h h, T *out) {
   return platform::readValue(*h, out) ? RPC_PORT_ERROR_NONE : RPC_PORT_ERROR_IO_ERROR;
 }
 
+__attribute__((noinline)) int appendGrowing(rpc_port_parcel_h h, uint8_t byte) {
+  h->bytes.pushGrowing(byte);
+  return RPC_PORT_ERROR_NONE;
+}
+
 }  // namespace
 
 extern "C" int rpc_port_parcel_create(rpc_port_parcel_h *h) {
@@ -44,8 +49,16 @@ extern "C" int rpc_port_parcel_destroy(rpc_port_parcel_h h) {
   return RPC_PORT_ERROR_NONE;
 }
 
+// Byte arrays travel one byte per call: the whole call is a check, a store and a return; growing
+// the storage is a tail call, so the common path saves no registers.
 extern "C" int rpc_port_parcel_write_byte(rpc_port_parcel_h h, char b) {
-  return writeValue(h, b);
+  if (h == nullptr) {
+    return RPC_PORT_ERROR_INVALID_PARAMETER;
+  }
+  if (!h->bytes.tryPush(static_cast<uint8_t>(b))) {
+    return appendGrowing(h, static_cast<uint8_t>(b));
+  }
+  return RPC_PORT_ERROR_NONE;
 }
 
 extern "C" int rpc_port_parcel_write_int16(rpc_port_parcel_h h, short i) {
@@ -85,7 +98,15 @@ extern "C" int rpc_port_parcel_write_string(rpc_port_parcel_h h, const char *str
 }
 
 extern "C" int rpc_port_parcel_read_byte(rpc_port_parcel_h h, char *b) {
-  return readValue(h, b);
+  if (h == nullptr || b == nullptr) {
+    return RPC_PORT_ERROR_INVALID_PARAMETER;
+  }
+  if (h->readOffset == h->bytes.size()) {
+    *b = 0;
+    return RPC_PORT_ERROR_IO_ERROR;
+  }
+  *b = static_cast<char>(h->bytes.data()[h->readOffset++]);
+  return RPC_PORT_ERROR_NONE;
 }
 
 extern "C" int rpc_port_parcel_read_int16(rpc_port_parcel_h h, short *i) {
