@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -35,6 +36,8 @@ void deliverDevice(const DeviceCallback &callback, DeviceRecord record) {
 }  // namespace
 
 std::map<int, Command *> sentCommands;
+std::map<int, SimpleMessage *> sentMessages;
+std::mutex sentCommandsGuard;
 std::atomic<int> sentCommandCounter{0};
 
 CommandRecord toSentCommandRecord(int handlerId, Command *command) {
@@ -46,11 +49,13 @@ CommandRecord toSentCommandRecord(int handlerId, Command *command) {
   record.payload = command->getPayload();
   record.seqId = sentCommandCounter++;
   // Last, so that a failure above leaves no entry behind.
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
   sentCommands[record.seqId] = command;
   return record;
 }
 
 Command *takeSentCommand(int seqId) {
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
   auto entry = sentCommands.find(seqId);
   if (entry == sentCommands.end()) {
     return nullptr;
@@ -58,6 +63,26 @@ Command *takeSentCommand(int seqId) {
   Command *command = entry->second;
   sentCommands.erase(entry);
   return command;
+}
+
+namespace {
+
+template <typename Object>
+void forgetEntries(std::map<int, Object *> &table, const Object *object) {
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  for (auto entry = table.begin(); entry != table.end();) {
+    entry = entry->second == object ? table.erase(entry) : std::next(entry);
+  }
+}
+
+}  // namespace
+
+void forgetSentCommand(const Command *command) {
+  forgetEntries(sentCommands, command);
+}
+
+void forgetSentMessage(const SimpleMessage *message) {
+  forgetEntries(sentMessages, message);
 }
 
 OnServiceRegisteredCallback::OnServiceRegisteredCallback(RegisteredCallback callback)
@@ -125,20 +150,31 @@ OnSimpleMessageSentCallback::OnSimpleMessageSentCallback(SimpleMessageSentCallba
                                                          SimpleMessage *message, int wrapperSeq)
     : OnCommandSentEvent(kCommandSentDelegate, false),
       callback(std::move(callback)),
-      message(message),
-      wrapperSeq(wrapperSeq) {}
+      wrapperSeq(wrapperSeq) {
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  sentMessages[wrapperSeq] = message;
+}
 
 OnSimpleMessageSentCallback::~OnSimpleMessageSentCallback() {
   delete takeSentCommand(wrapperSeq);
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  sentMessages.erase(wrapperSeq);
 }
 
 // The wrapper is the library's own, so it goes whether or not anyone listens; the agent names
 // it by the sequence number of the record it sends back.
 void OnSimpleMessageSentCallback::OnReceived(int result, const CommandRecord &command) {
   delete takeSentCommand(command.seqId);
-  if (callback) {
-    callback(message, static_cast<oxa_error_e>(result));
+  if (!callback) {
+    return;
   }
+  SimpleMessage *message = nullptr;
+  {
+    const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+    const auto entry = sentMessages.find(wrapperSeq);
+    message = entry == sentMessages.end() ? nullptr : entry->second;
+  }
+  callback(message, static_cast<oxa_error_e>(result));
 }
 
 OnSimpleMessageReceivedCallback::OnSimpleMessageReceivedCallback(
