@@ -142,8 +142,14 @@ inline std::error_code make_error_code(errc code) noexcept {
   return {static_cast<int>(code), error_category()};
 }
 
-/** A code returned by a C function of oxa.h, unchanged, as a std::error_code. */
+/**
+ * A code returned by a C function of oxa.h, unchanged, as a std::error_code; success
+ * (::OXA_ERROR_NONE) is the empty std::error_code, as everywhere in this interface.
+ */
 inline std::error_code make_error_code(int code) noexcept {
+  if (code == OXA_ERROR_NONE) {
+    return {};
+  }
   return {code, error_category()};
 }
 
@@ -578,7 +584,8 @@ class Connection {
   static void onState(oxa_error_e result, void *user_data) {
     auto *slot = static_cast<detail::CallbackSlot<void(std::error_code)> *>(user_data);
     detail::Registry &registry = detail::registry();
-    registry.connected = result == OXA_ERROR_NONE;
+    // A closed connection may still report; it no longer counts as connected.
+    registry.connected = registry.open && result == OXA_ERROR_NONE;
     if (result != OXA_ERROR_NONE) {
       // Lost or refused: the library holds no subscription any more.
       registry.dropSubscriptions();

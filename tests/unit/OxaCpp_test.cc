@@ -169,10 +169,10 @@ TEST_F(OxaCppTest, DeviceDataIsOptionalWhenTheAgentHasNone) {
 
 TEST_F(OxaCppTest, FoundDevicesAreLentToTheVisitorAndClonedIntoOwners) {
   const oxa::Service owner = service();
-  const fake::Values twoDevices = concat(
-      concat(concat({fake::Count(2)}, deviceRecord("00:00:00:00:00:01", 1, "one")),
-             deviceRecord("00:00:00:00:00:02", 7, "two")),
-      {fake::Int32(OXA_ERROR_NONE)});
+  const fake::Values twoDevices =
+      concat(concat(concat({fake::Count(2)}, deviceRecord("00:00:00:00:00:01", 1, "one")),
+                    deviceRecord("00:00:00:00:00:02", 7, "two")),
+             {fake::Int32(OXA_ERROR_NONE)});
   queueReply(twoDevices);
   std::vector<std::string> names;
   ASSERT_TRUE(owner.for_each_found_device(
@@ -252,8 +252,8 @@ TEST_F(OxaCppTest, CommandAndMessageCallbacksEndTogether) {
   messageCapture.handOver();
   ASSERT_TRUE(fake::FireReceived(
       eventFor(4, commandSeq, commandRecord(kPeer, 1, 9, OXA_COMMAND_TYPE_2, {0xab}, 900))));
-  ASSERT_TRUE(fake::FireReceived(
-      eventFor(4, messageSeq, commandRecord(kPeer, 1, 3, OXA_COMMAND_TYPE_3, {0, 0, 'h', 'i'}, 901))));
+  ASSERT_TRUE(fake::FireReceived(eventFor(
+      4, messageSeq, commandRecord(kPeer, 1, 3, OXA_COMMAND_TYPE_3, {0, 0, 'h', 'i'}, 901))));
   EXPECT_THAT(seen, ElementsAre(std::string("command 9 from ") + kPeer,
                                 std::string("message hi from ") + kPeer));
 
@@ -339,8 +339,8 @@ TEST_F(OxaCppTest, RegistrationAndStateReachTheirCallables) {
   const int registeredSeq = subscribed(owner.register_service(
       [&seen](std::error_code result) { seen.push_back("registered " + result.message()); }));
   queueResult(OXA_ERROR_NONE);
-  const int stateSeq = subscribed(
-      owner.on_state_changed([&seen](int state) { seen.push_back("state " + std::to_string(state)); }));
+  const int stateSeq = subscribed(owner.on_state_changed(
+      [&seen](int state) { seen.push_back("state " + std::to_string(state)); }));
   ASSERT_TRUE(fake::FireReceived(eventFor(1, registeredSeq, {fake::Int32(OXA_ERROR_NONE)})));
   ASSERT_TRUE(fake::FireReceived(eventFor(2, stateSeq, {fake::Bool(true)})));
   EXPECT_THAT(seen, ElementsAre("registered Success", "state 1"));
@@ -368,10 +368,10 @@ TEST_F(OxaCppTest, ASentCommandIsKeptUntilItsOutcomeThenReleased) {
   const int seq = delegateSeq(sent()[0]);
   EXPECT_FALSE(capture.released());
 
-  ASSERT_TRUE(fake::FireReceived(eventFor(
-      3, seq,
-      concat({fake::Int32(OXA_ERROR_NO_DEVICE)},
-             commandRecord(kPeer, 3, 42, OXA_COMMAND_TYPE_2, {1}, commandSeq)))));
+  ASSERT_TRUE(fake::FireReceived(
+      eventFor(3, seq,
+               concat({fake::Int32(OXA_ERROR_NO_DEVICE)},
+                      commandRecord(kPeer, 3, 42, OXA_COMMAND_TYPE_2, {1}, commandSeq)))));
   ASSERT_EQ(outcomes.size(), 1U);
   EXPECT_EQ(outcomes[0].first, handle);
   EXPECT_EQ(outcomes[0].second, oxa::errc::no_device);

@@ -6,8 +6,8 @@ void print_context(oxa_device_h device) {
   unsigned char *value = NULL;
   int length = 0;
   int i;
-  int result = oxa_device_get_context(device, OXA_SERVICE_TYPE_1, OXA_CONTEXT_TYPE_2, &value,
-                                      &length);
+  int result =
+      oxa_device_get_context(device, OXA_SERVICE_TYPE_1, OXA_CONTEXT_TYPE_2, &value, &length);
   if (result != OXA_ERROR_NONE) {
     fprintf(stderr, "no context: %d\n", result);
     return;

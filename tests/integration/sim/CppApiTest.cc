@@ -43,9 +43,8 @@ TEST_F(CppApiTest, DiscoversSendsAndReceivesThroughTheCppInterface) {
   std::vector<std::string> received;
   std::vector<std::error_code> outcomes;
   service
-      .on_device_found([&](const oxa::DeviceView &device) {
-        found.push_back(device.name().value());
-      })
+      .on_device_found(
+          [&](const oxa::DeviceView &device) { found.push_back(device.name().value()); })
       .value();
   service
       .on_command_received([&](const oxa::CommandView &command) {

@@ -11,8 +11,8 @@ int main(void) {
   char *address = NULL;
   int status = EXIT_FAILURE;
 
-  if (oxa_command_create("02:00:00:00:00:01", OXA_COMMAND_TYPE_2, 7, payload,
-                         (int)sizeof(payload), &command) != OXA_ERROR_NONE) {
+  if (oxa_command_create("02:00:00:00:00:01", OXA_COMMAND_TYPE_2, 7, payload, (int)sizeof(payload),
+                         &command) != OXA_ERROR_NONE) {
     return EXIT_FAILURE;
   }
   if (oxa_command_get_payload(command, &copy, &length) == OXA_ERROR_NONE &&

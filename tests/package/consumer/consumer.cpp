@@ -9,9 +9,8 @@ namespace {
 
 [[maybe_unused]] oxa::Result<void> subscribeToEverything(oxa::Service &service) {
   int events = 0;
-  oxa::Result<void> result = service.on_device_found([&](const oxa::DeviceView &d) {
-    events += static_cast<int>(d.name().value().size());
-  });
+  oxa::Result<void> result = service.on_device_found(
+      [&](const oxa::DeviceView &d) { events += static_cast<int>(d.name().value().size()); });
   if (result) result = service.on_device_lost([&](const oxa::DeviceView &) { ++events; });
   if (result) result = service.on_context_changed([&](const oxa::DeviceView &) { ++events; });
   if (result) result = service.on_command_received([&](const oxa::CommandView &) { ++events; });
