@@ -596,6 +596,66 @@ class Connection {
   bool active_ = true;
 };
 
+// ---- Handles -----------------------------------------------------------------------------------
+
+namespace detail {
+
+// A C handle, for the readers of the objects behind it.
+template <typename Handle>
+class HandleHolder {
+ public:
+  Handle get() const noexcept { return handle_; }
+
+ protected:
+  explicit HandleHolder(Handle handle) noexcept : handle_(handle) {}
+
+  Handle handle_;
+};
+
+// An owner of the handle that `Base` reads: destroys it with `Destroy`; moves, does not copy.
+template <typename Base, typename Handle, int (*Destroy)(Handle)>
+class Owned : public Base {
+ public:
+  /** Takes over a handle that the application owns. */
+  explicit Owned(Handle owned) noexcept : Base(owned) {}
+  Owned(Owned &&other) noexcept : Base(std::exchange(other.handle_, nullptr)) {}
+  Owned &operator=(Owned &&other) noexcept {
+    if (this != &other) {
+      reset();
+      this->handle_ = std::exchange(other.handle_, nullptr);
+    }
+    return *this;
+  }
+  Owned(const Owned &) = delete;
+  Owned &operator=(const Owned &) = delete;
+  ~Owned() { reset(); }
+
+  /** Gives the handle up to the caller, who destroys it with the C destroy function. */
+  Handle release() noexcept { return std::exchange(this->handle_, nullptr); }
+
+ private:
+  void reset() noexcept {
+    if (this->handle_ != nullptr) {
+      Destroy(std::exchange(this->handle_, nullptr));
+    }
+  }
+};
+
+// A view of a handle that the library lends for one call: it neither copies nor moves, so it
+// cannot be kept past the call by accident.
+template <typename Base, typename Handle>
+class Lent : public Base {
+ public:
+  explicit Lent(Handle borrowed) noexcept : Base(borrowed) {}
+  Lent(const Lent &) = delete;
+  Lent &operator=(const Lent &) = delete;
+  Lent(Lent &&) = delete;
+  Lent &operator=(Lent &&) = delete;
+  ~Lent() = default;
+};
+
+}  // namespace detail
+
 // ---- Devices -----------------------------------------------------------------------------------
 
 class Device;
@@ -603,10 +663,8 @@ class Device;
 namespace detail {
 
 // What a device, owned or borrowed, can tell.
-class DeviceReader {
+class DeviceReader : public HandleHolder<oxa_device_h> {
  public:
-  oxa_device_h get() const noexcept { return handle_; }
-
   /** oxa_device_get_name() */
   Result<std::string> name() const {
     char *text = nullptr;
@@ -646,50 +704,21 @@ class DeviceReader {
   Result<Device> clone() const;
 
  protected:
-  explicit DeviceReader(oxa_device_h handle) noexcept : handle_(handle) {}
-
-  oxa_device_h handle_;
+  using HandleHolder::HandleHolder;
 };
 
 }  // namespace detail
 
 /** A device the application owns (oxa_device_clone(), oxa_get_my_device()). */
-class Device : public detail::DeviceReader {
+class Device : public detail::Owned<detail::DeviceReader, oxa_device_h, oxa_device_destroy> {
  public:
-  /** Takes over a handle that the application owns. */
-  explicit Device(oxa_device_h owned) noexcept : DeviceReader(owned) {}
-  Device(Device &&other) noexcept : DeviceReader(std::exchange(other.handle_, nullptr)) {}
-  Device &operator=(Device &&other) noexcept {
-    if (this != &other) {
-      reset();
-      handle_ = std::exchange(other.handle_, nullptr);
-    }
-    return *this;
-  }
-  Device(const Device &) = delete;
-  Device &operator=(const Device &) = delete;
-  ~Device() { reset(); }
-
-  /** Gives the handle up to the caller, who destroys it with oxa_device_destroy(). */
-  oxa_device_h release() noexcept { return std::exchange(handle_, nullptr); }
-
- private:
-  void reset() noexcept {
-    if (handle_ != nullptr) {
-      oxa_device_destroy(std::exchange(handle_, nullptr));
-    }
-  }
+  using Owned::Owned;
 };
 
 /** A device lent to a callback for the duration of the call; clone() keeps it. */
-class DeviceView : public detail::DeviceReader {
+class DeviceView : public detail::Lent<detail::DeviceReader, oxa_device_h> {
  public:
-  explicit DeviceView(oxa_device_h borrowed) noexcept : DeviceReader(borrowed) {}
-  DeviceView(const DeviceView &) = delete;
-  DeviceView &operator=(const DeviceView &) = delete;
-  DeviceView(DeviceView &&) = delete;
-  DeviceView &operator=(DeviceView &&) = delete;
-  ~DeviceView() = default;
+  using Lent::Lent;
 };
 
 inline Result<Device> detail::DeviceReader::clone() const {
@@ -708,10 +737,8 @@ class Command;
 namespace detail {
 
 // What a command, owned or borrowed, can tell.
-class CommandReader {
+class CommandReader : public HandleHolder<oxa_command_h> {
  public:
-  oxa_command_h get() const noexcept { return handle_; }
-
   /** oxa_command_get_id() */
   Result<int> id() const {
     int id = 0;
@@ -745,16 +772,16 @@ class CommandReader {
   }
 
  protected:
-  explicit CommandReader(oxa_command_h handle) noexcept : handle_(handle) {}
-
-  oxa_command_h handle_;
+  using HandleHolder::HandleHolder;
 };
 
 }  // namespace detail
 
 /** A command the application created (oxa_command_create()). */
-class Command : public detail::CommandReader {
+class Command : public detail::Owned<detail::CommandReader, oxa_command_h, oxa_command_destroy> {
  public:
+  using Owned::Owned;
+
   /** oxa_command_create(); @p address is the destination's 17-character text. */
   static Result<Command> create(std::string_view address, CommandType type, int id,
                                 ByteView payload = {}) {
@@ -770,40 +797,12 @@ class Command : public detail::CommandReader {
     }
     return Command(handle);
   }
-
-  /** Takes over a handle that the application owns. */
-  explicit Command(oxa_command_h owned) noexcept : CommandReader(owned) {}
-  Command(Command &&other) noexcept : CommandReader(std::exchange(other.handle_, nullptr)) {}
-  Command &operator=(Command &&other) noexcept {
-    if (this != &other) {
-      reset();
-      handle_ = std::exchange(other.handle_, nullptr);
-    }
-    return *this;
-  }
-  Command(const Command &) = delete;
-  Command &operator=(const Command &) = delete;
-  ~Command() { reset(); }
-
-  oxa_command_h release() noexcept { return std::exchange(handle_, nullptr); }
-
- private:
-  void reset() noexcept {
-    if (handle_ != nullptr) {
-      oxa_command_destroy(std::exchange(handle_, nullptr));
-    }
-  }
 };
 
 /** A received command lent to a callback for the duration of the call. */
-class CommandView : public detail::CommandReader {
+class CommandView : public detail::Lent<detail::CommandReader, oxa_command_h> {
  public:
-  explicit CommandView(oxa_command_h borrowed) noexcept : CommandReader(borrowed) {}
-  CommandView(const CommandView &) = delete;
-  CommandView &operator=(const CommandView &) = delete;
-  CommandView(CommandView &&) = delete;
-  CommandView &operator=(CommandView &&) = delete;
-  ~CommandView() = default;
+  using Lent::Lent;
 
   /** A command of the same address, type, id and payload that the caller owns. */
   Result<Command> clone() const {
@@ -820,8 +819,11 @@ class CommandView : public detail::CommandReader {
 };
 
 /** A simple message the application created (oxa_simple_message_create()). */
-class SimpleMessage {
+class SimpleMessage : public detail::Owned<detail::HandleHolder<oxa_simple_message_h>,
+                                           oxa_simple_message_h, oxa_simple_message_destroy> {
  public:
+  using Owned::Owned;
+
   /** oxa_simple_message_create(); @p address is the destination's 17-character text. */
   static Result<SimpleMessage> create(std::string_view address, ByteView data) {
     if (!detail::fitsInt(data.size())) {
@@ -837,32 +839,6 @@ class SimpleMessage {
     }
     return SimpleMessage(handle);
   }
-
-  /** Takes over a handle that the application owns. */
-  explicit SimpleMessage(oxa_simple_message_h owned) noexcept : handle_(owned) {}
-  SimpleMessage(SimpleMessage &&other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
-  SimpleMessage &operator=(SimpleMessage &&other) noexcept {
-    if (this != &other) {
-      reset();
-      handle_ = std::exchange(other.handle_, nullptr);
-    }
-    return *this;
-  }
-  SimpleMessage(const SimpleMessage &) = delete;
-  SimpleMessage &operator=(const SimpleMessage &) = delete;
-  ~SimpleMessage() { reset(); }
-
-  oxa_simple_message_h get() const noexcept { return handle_; }
-  oxa_simple_message_h release() noexcept { return std::exchange(handle_, nullptr); }
-
- private:
-  void reset() noexcept {
-    if (handle_ != nullptr) {
-      oxa_simple_message_destroy(std::exchange(handle_, nullptr));
-    }
-  }
-
-  oxa_simple_message_h handle_;
 };
 
 // ---- Services ----------------------------------------------------------------------------------
