@@ -50,11 +50,8 @@ def line_start_safe(text):
     """Keeps a line from starting with a control character."""
     lines = []
     for line in text.split("\n"):
-        stripped = line.lstrip(" ")
-        if stripped.startswith(".") or stripped.startswith("'"):
-            line = "\\&" + stripped
-        else:
-            line = stripped
+        if line.startswith(".") or line.startswith("'"):
+            line = "\\&" + line
         lines.append(line)
     return "\n".join(lines)
 
