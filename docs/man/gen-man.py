@@ -151,6 +151,13 @@ class Header:
         for sect in find_simplesects(compound.find("detaileddescription"), "par"):
             self.sections[sect.findtext("title")] = sect
 
+    def section(self, start):
+        """The file comment's @par section whose title starts with `start`; every page needs it."""
+        for title_text, sect in self.sections.items():
+            if title_text.startswith(start):
+                return sect
+        sys.exit(f"gen-man: oxa.h has no @par section titled \"{start}...\"")
+
 
 def prototype(member):
     return f"{member.findtext('type')} {member.findtext('name')}{member.findtext('argsstring')};"
@@ -237,13 +244,11 @@ def function_page(header, name, examples_dir, version):
     page += returns
     # The page's SEE ALSO names what this function's own text refers to, not the shared sections.
     shared = Renderer()
-    requests = header.sections.get("Requests")
-    if requests is not None and ("request error" in returns or returns.startswith("as ")):
+    requests = header.section("Requests")
+    if "request error" in returns or returns.startswith("as "):
         page += ".PP\n" + section_text(shared, requests) + "\n"
-    for heading, key in (("OWNERSHIP", "Ownership"), ("THREADS", "Threads and the main loop")):
-        sect = header.sections.get(key)
-        if sect is not None:
-            page += f".SH {heading}\n" + section_text(shared, sect) + "\n"
+    for heading, key in (("OWNERSHIP", "Ownership"), ("THREADS", "Threads")):
+        page += f".SH {heading}\n" + section_text(shared, header.section(key)) + "\n"
     page += example_section(examples_dir, name)
     related = renderer.refs | {n for n in counterparts(name) if n in header.functions}
     related.discard(name)
@@ -288,11 +293,9 @@ def overview_page(header, hpp_xml, examples_dir, version):
         for name in names:
             brief = renderer.paragraphs(header.functions[name].find("briefdescription"))
             page += f".TP\n.BR {escape(name)} (3)\n{brief}\n"
-    for heading, key in (("THREADS", "Threads and the main loop"), ("REQUESTS", "Requests"),
+    for heading, key in (("THREADS", "Threads"), ("REQUESTS", "Requests"),
                          ("OWNERSHIP", "Ownership"), ("LOGGING", "Logging")):
-        sect = header.sections.get(key)
-        if sect is not None:
-            page += f".SH {heading}\n" + section_text(renderer, sect) + "\n"
+        page += f".SH {heading}\n" + section_text(renderer, header.section(key)) + "\n"
     page += ".SH ERRORS\n" + renderer.paragraphs(header.enums["oxa_error_e"].find(
         "briefdescription")) + "\n"
     for value in header.enums["oxa_error_e"].findall("enumvalue"):
