@@ -60,7 +60,7 @@ MANWIDTH=100 man -l "$work/root/usr/share/man/man3/oxa_send_command.3.gz" |
 root_lib="$work/root$lib"
 export PKG_CONFIG_PATH="$root_lib/pkgconfig"
 export LD_LIBRARY_PATH="$root_lib"
-[ "$(pkg-config --variable=includedir oxa)" = "$work/root/usr/include" ] ||
+[ "$(cd "$(pkg-config --variable=includedir oxa)" && pwd -P)" = "$(cd "$work/root/usr/include" && pwd -P)" ] ||
   fail "oxa.pc does not point into the unpacked root"
 # shellcheck disable=SC2046
 cc -std=c99 -Wall -Wextra -Werror -pedantic -o "$work/oxa_example" "$top/examples/oxa_example.c" \
