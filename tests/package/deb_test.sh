@@ -54,6 +54,10 @@ for deb in "$deb_dir"/*.deb; do
 done
 echo "package contents as expected"
 
+# Log lines name the library's sources as the build gives them: src/<file>.
+strings "$work/root$lib/liboxa.so.3" | grep -qx 'src/oxa.cc' ||
+  fail "the packaged liboxa does not log its sources as src/<file>"
+
 MANWIDTH=100 man -l "$work/root/usr/share/man/man3/oxa_send_command.3.gz" |
   grep -q '^SYNOPSIS' || fail "oxa_send_command.3 does not render"
 
