@@ -11,12 +11,12 @@ BUILD_DIR ?= build-$(subst $(comma),-,$(SANITIZE))
 endif
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build test demo lint clean
+.PHONY: all deps configure build test demo lint docs deb deb-test clean
 
 all: build
 
 deps:
-	@scripts/install-deps.sh build
+	@scripts/install-deps.sh build docs
 
 configure: deps
 	@cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
@@ -34,6 +34,21 @@ demo: build
 lint: configure
 	@scripts/install-deps.sh lint
 	@scripts/lint.sh $(BUILD_DIR)
+
+# The HTML reference and the man pages, generated from the headers.
+docs: configure
+	@cmake --build $(BUILD_DIR) --target docs
+	@echo "HTML reference: $(BUILD_DIR)/docs/html/index.html; man pages: $(BUILD_DIR)/docs/man"
+
+# The Debian packages, into DEB_DIR; deb-test builds them, unpacks them into a temporary root and
+# builds and runs the example against that root.
+DEB_DIR ?= build-deb
+deb:
+	@scripts/install-deps.sh build deb
+	@scripts/make-deb.sh $(DEB_DIR)
+
+deb-test: deb
+	@tests/package/deb_test.sh $(DEB_DIR)
 
 clean:
 	rm -rf build build-*

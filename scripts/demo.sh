@@ -3,11 +3,12 @@
 # runtime directory: discovery, device data, a command and a simple message to the echo peer,
 # their outcomes and the echo peer's answers. Exits non-zero when any step fails.
 # Usage: scripts/demo.sh BUILD_DIR
+# OXA_DEMO_SIM and OXA_DEMO_EXAMPLE run other builds of the two programs (an installed package's).
 set -eu
 
 build=$(cd "${1:-build}" && pwd)
-sim="$build/tools/agent-sim/oxa-agent-sim"
-example="$build/examples/oxa_example"
+sim="${OXA_DEMO_SIM:-$build/tools/agent-sim/oxa-agent-sim}"
+example="${OXA_DEMO_EXAMPLE:-$build/examples/oxa_example}"
 echo_peer="A0:00:00:00:00:03"
 
 runtime=$(mktemp -d "${TMPDIR:-/tmp}/oxa-demo.XXXXXX")

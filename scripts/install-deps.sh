@@ -1,12 +1,16 @@
 #!/bin/sh
 # Installs the Debian packages this project needs, and only those that are missing.
-# Usage: scripts/install-deps.sh [build|lint]...   (default: build)
+# Usage: scripts/install-deps.sh [build|lint|docs|deb]...   (default: build)
 set -eu
 
 build_pkgs="cmake ninja-build g++ pkgconf libglib2.0-dev libgtest-dev libgmock-dev
             libbenchmark-dev nlohmann-json3-dev libcli11-dev
             valgrind"
 lint_pkgs="clang-format clang-tidy"
+# The reference (man pages and HTML) from the headers, and man to check the pages.
+docs_pkgs="doxygen python3 man-db groff-base"
+# The Debian packages.
+deb_pkgs="debhelper dpkg-dev fakeroot lintian"
 
 [ $# -eq 0 ] && set -- build
 wanted=""
@@ -14,6 +18,8 @@ for group in "$@"; do
   case "$group" in
     build) wanted="$wanted $build_pkgs" ;;
     lint) wanted="$wanted $lint_pkgs" ;;
+    docs) wanted="$wanted $docs_pkgs" ;;
+    deb) wanted="$wanted $deb_pkgs $docs_pkgs" ;;
     *) echo "install-deps: unknown group '$group'" >&2; exit 2 ;;
   esac
 done
