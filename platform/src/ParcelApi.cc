@@ -141,8 +141,16 @@ extern "C" int rpc_port_parcel_read_bool(rpc_port_parcel_h h, bool *b) {
   return result;
 }
 
+// Every element of an array takes at least one byte on this wire, so a count beyond the bytes that
+// follow it cannot be true: it is read as a broken parcel, and nobody sizes anything from it.
 extern "C" int rpc_port_parcel_read_array_count(rpc_port_parcel_h h, int *count) {
-  return readValue(h, count);
+  const int result = readValue(h, count);
+  if (result == RPC_PORT_ERROR_NONE && *count > 0 &&
+      static_cast<size_t>(*count) > platform::bytesLeft(*h)) {
+    *count = 0;
+    return RPC_PORT_ERROR_IO_ERROR;
+  }
+  return result;
 }
 
 extern "C" int rpc_port_parcel_read_string(rpc_port_parcel_h h, char **str) {

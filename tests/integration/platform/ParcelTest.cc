@@ -62,8 +62,35 @@ TEST(ParcelTest, EveryTypeRoundTrips) {
   int count = 0;
   ASSERT_EQ(0, rpc_port_parcel_read_array_count(parcel.get(), &count));
   EXPECT_EQ(-7, count);
+  // Nothing follows the last count, so INT_MAX elements cannot be there.
+  EXPECT_EQ(RPC_PORT_ERROR_IO_ERROR, rpc_port_parcel_read_array_count(parcel.get(), &count));
+  EXPECT_EQ(0, count);
+}
+
+TEST(ParcelTest, ArrayCountBeyondTheBytesLeftIsBroken) {
+  ParcelPtr parcel = makeParcel();
+  ASSERT_EQ(0, rpc_port_parcel_write_array_count(parcel.get(), 3));
+  ASSERT_EQ(0, rpc_port_parcel_write_array_count(parcel.get(), 1000000000));
+  ASSERT_EQ(0, rpc_port_parcel_write_array_count(parcel.get(), 0));
+  int count = -1;
+  // Three elements of at least one byte each fit in the eight bytes that follow.
   ASSERT_EQ(0, rpc_port_parcel_read_array_count(parcel.get(), &count));
-  EXPECT_EQ(INT_MAX, count);
+  EXPECT_EQ(3, count);
+  ASSERT_EQ(RPC_PORT_ERROR_IO_ERROR, rpc_port_parcel_read_array_count(parcel.get(), &count));
+  EXPECT_EQ(0, count);
+  count = -1;
+  ASSERT_EQ(0, rpc_port_parcel_read_array_count(parcel.get(), &count));
+  EXPECT_EQ(0, count);
+}
+
+TEST(ParcelTest, ArrayCountOfExactlyTheBytesLeftIsRead) {
+  ParcelPtr parcel = makeParcel();
+  ASSERT_EQ(0, rpc_port_parcel_write_array_count(parcel.get(), 2));
+  ASSERT_EQ(0, rpc_port_parcel_write_byte(parcel.get(), 'a'));
+  ASSERT_EQ(0, rpc_port_parcel_write_byte(parcel.get(), 'b'));
+  int count = 0;
+  ASSERT_EQ(0, rpc_port_parcel_read_array_count(parcel.get(), &count));
+  EXPECT_EQ(2, count);
 }
 
 TEST(ParcelTest, BytesAreUntaggedLittleEndianFixedWidth) {
