@@ -11,7 +11,7 @@ BUILD_DIR ?= build-$(subst $(comma),-,$(SANITIZE))
 endif
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build test demo lint docs deb deb-test clean
+.PHONY: all deps configure build test cost-check demo lint docs deb deb-test clean
 
 all: build
 
@@ -26,7 +26,11 @@ build: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS)
 
 test: build
-	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout 300
+	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout 300 -LE budget
+
+# The instruction budgets of the hot paths, counted with callgrind (not all of them hold yet).
+cost-check: build
+	@cd $(BUILD_DIR) && ctest --output-on-failure -L budget
 
 demo: build
 	@cmake --build $(BUILD_DIR) --target demo
