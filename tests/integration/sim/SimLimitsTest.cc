@@ -97,7 +97,7 @@ TEST_F(SimLimitsTest, ByteArrayOfTheRightSizeIsStillRead) {
   auto client = connectRaw();
   ASSERT_NE(client, nullptr);
   // Over the first 4 KiB of room, so the array grows while it is read.
-  const std::vector<unsigned char> data(10000, 0xab);
+  const std::vector<unsigned char> data(10003, 0xab);
   raw_agent::Reply reply = client->call(Request(kUpdateContext).i32(1).i32(2).bytes(data));
   ASSERT_TRUE(reply.valid());
   EXPECT_EQ(reply.i32(), 0);
