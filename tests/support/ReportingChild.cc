@@ -4,6 +4,9 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
+#include <climits>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -66,6 +69,19 @@ Report parseReport(const std::string &text) {
 
 }  // namespace
 
+long valueOf(const Report &report, const std::string &name) {
+  const auto found = report.find(name);
+  if (found != report.end()) {
+    return found->second;
+  }
+  std::string text;
+  for (const auto &[key, value] : report) {
+    text += " " + key + "=" + std::to_string(value);
+  }
+  ADD_FAILURE() << "the child reported no " << name << ";" << text;
+  return LONG_MIN;
+}
+
 ReportingChild::ReportingChild(std::function<std::string()> application,
                                const Environment &environment) {
   makePipe(goRead_, goWrite_);
@@ -88,7 +104,7 @@ ReportingChild::ReportingChild(std::function<std::string()> application,
   ::fcntl(reportRead_, F_SETFL, O_NONBLOCK);
 }
 
-ReportingChild::~ClientProbe() {
+ReportingChild::~ReportingChild() {
   closeFd(goWrite_);
   closeFd(reportRead_);
 }

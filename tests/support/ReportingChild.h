@@ -25,6 +25,10 @@ namespace oxa::test {
 
 using Report = std::map<std::string, long>;
 
+// The value named `name`; when the report lacks it, the test fails (showing the whole report)
+// and the result is LONG_MIN.
+long valueOf(const Report &report, const std::string &name);
+
 class ReportingChild {
  public:
   using Environment = std::vector<std::pair<std::string, std::string>>;

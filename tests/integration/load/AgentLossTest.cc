@@ -47,13 +47,12 @@ class AgentLossTest : public LibraryTest {
   // Runs the request loop; `interrupt` hits the agent after kCallsBefore calls.
   std::vector<Call> requestLoop(const std::function<void()> &interrupt) {
     std::vector<Call> calls;
-    int state = -1;
     for (int call = 0; call < kCallsBefore + kCallsAfter; ++call) {
       if (call == kCallsBefore) {
         interrupt();
       }
       const auto start = Clock::now();
-      const int result = oxa_service_get_state(service_.get(), &state);
+      const int result = oxa_stop_discovery(service_.get());
       calls.push_back({result, elapsedSince(start)});
     }
     return calls;
