@@ -1,11 +1,12 @@
 #!/bin/sh
 # Installs the Debian packages this project needs, and only those that are missing.
-# Usage: scripts/install-deps.sh [build|lint]...   (default: build)
+# Usage: scripts/install-deps.sh [build|lint|fuzz]...   (default: build)
 set -eu
 
 build_pkgs="cmake ninja-build g++ pkgconf libglib2.0-dev libgtest-dev libgmock-dev
             libbenchmark-dev nlohmann-json3-dev libcli11-dev"
 lint_pkgs="clang-format clang-tidy"
+fuzz_pkgs="clang-14 libfuzzer-14-dev"
 
 [ $# -eq 0 ] && set -- build
 wanted=""
@@ -13,6 +14,7 @@ for group in "$@"; do
   case "$group" in
     build) wanted="$wanted $build_pkgs" ;;
     lint) wanted="$wanted $lint_pkgs" ;;
+    fuzz) wanted="$wanted $fuzz_pkgs" ;;
     *) echo "install-deps: unknown group '$group'" >&2; exit 2 ;;
   esac
 done

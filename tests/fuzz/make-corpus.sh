@@ -17,11 +17,13 @@ OXA_FUZZ_CAPTURE_DIR="$PWD/$corpus" LD_PRELOAD="$PWD/$build/tests/fuzz/liboxa_fu
 sim=$!
 until grep -q "listening on" "$dir/sim.log"; do sleep 0.1; done
 export RPC_PORT_RUNTIME_DIR="$dir"
+export DLOG_FILE="$dir/dlog.txt"
 RPC_PORT_APPID=org.example.seed "$build/examples/oxa_example" A0:00:00:00:00:03 >/dev/null
-RPC_PORT_APPID=org.example.alice timeout 20 "$build/examples/oxa_example" 02:00:00:00:00:03 >/dev/null &
+# Two clients that see each other as devices; how their exchange ends does not matter here.
+RPC_PORT_APPID=org.example.alice "$build/examples/oxa_example" 02:00:00:00:00:03 >/dev/null &
 alice=$!
-RPC_PORT_APPID=org.example.bob timeout 20 "$build/examples/oxa_example" 02:00:00:00:00:02 >/dev/null
-wait "$alice"
+RPC_PORT_APPID=org.example.bob "$build/examples/oxa_example" 02:00:00:00:00:02 >/dev/null || true
+wait "$alice" || true
 kill "$sim"
 wait "$sim" || true
 for target in frame_reader event_dispatch reply_readers sim_request; do
