@@ -13,11 +13,26 @@
  * received, the outcome of each send) on the GLib main context that is the thread-default
  * context of the thread calling oxa_initialize() (the global default context unless that thread
  * pushed one of its own). Every asynchronous callback therefore runs on the thread that runs
- * that context, typically the application's GMainLoop, and only while the loop runs.
- * The application must call the library from that same thread: event dispatch and the request
- * path share state (connection state, subscriptions, commands awaiting their outcome) without a
- * lock, by design. Calling the library from inside one of its callbacks is fine.
- * Only oxa_foreach_found_device() calls its callback synchronously, before it returns.
+ * that context, typically the application's GMainLoop, and only while the loop runs; callbacks
+ * of one connection never run at the same time as each other. Two exceptions run on the calling
+ * thread instead: oxa_foreach_found_device() calls its callback before it returns, and when a
+ * request gives up on the agent at its call deadline (see "Requests") the loss of the connection
+ * is reported to the oxa_initialize() callback on the thread of that request, before it returns.
+ *
+ * Every function may be called from any thread, also while the loop thread is delivering events,
+ * and from inside any callback, including one that removes or replaces what called it (for
+ * example oxa_initialize() again after oxa_deinitialize()). Requests from several threads are
+ * sent one at a time: a thread waits while another one's request is waiting for its reply. No
+ * callback is ever called while the library holds a lock, so a callback may wait for another
+ * thread that calls the library.
+ *
+ * What the application must still not do: destroy a handle (oxa_service_destroy(),
+ * oxa_command_destroy(), oxa_simple_message_destroy(), oxa_device_destroy()) while another of its
+ * threads still uses that handle, or use a handle after destroying it. A command or simple
+ * message that was sent stays in use until its sent callback has run. An answer to
+ * oxa_service_register() that arrives after oxa_service_destroy() has returned is dropped; if
+ * the service is destroyed on another thread while that answer is being delivered, its callback
+ * may still run once with the handle, which it must then not use.
  *
  * @par Requests
  * Functions that talk to the agent block until the agent has replied (oxa_service_register()
@@ -28,6 +43,16 @@
  * - ::OXA_ERROR_PERMISSION_DENIED or ::OXA_ERROR_IO_ERROR when the transport failed that way;
  * - otherwise the agent's own result code, unchanged (::OXA_ERROR_NONE on success).
  * These are called "request errors" below.
+ *
+ * Every request has a call deadline: 10 s from the moment it starts waiting for its reply, or
+ * the number of milliseconds in the environment variable OXA_CALL_TIMEOUT_MS (read once, at the
+ * first request). Other parcels that the agent sends meanwhile do not extend it. A request that
+ * reaches its deadline returns ::OXA_ERROR_INTERNAL_ERROR, as for a reply that did not arrive,
+ * and the library gives up that connection: no later request uses it (so none can take the late
+ * reply for its own), and the oxa_initialize() callback gets ::OXA_ERROR_INTERNAL_ERROR once,
+ * as for any lost connection. Call oxa_initialize() to connect again. A single read of the
+ * transport is bounded by the platform's own read timeout, which also ends the request (and, on
+ * the host platform, the connection); the deadline is checked each time a parcel arrives.
  *
  * @par Ownership
  * - Handles returned through an output parameter belong to the application, which releases them
@@ -117,7 +142,7 @@ typedef struct oxa_simple_message_s *oxa_simple_message_h;
  *
  * Runs on the main-loop thread (see "Threads and the main loop" above), possibly more than
  * once: ::OXA_ERROR_NONE when the connection is up; ::OXA_ERROR_INTERNAL_ERROR when it is lost
- * later; when the agent rejects the connection, ::OXA_ERROR_PERMISSION_DENIED,
+ * later (on the thread of the request that gave up on it, when a call deadline passed); when the agent rejects the connection, ::OXA_ERROR_PERMISSION_DENIED,
  * ::OXA_ERROR_IO_ERROR, ::OXA_ERROR_INVALID_OPERATION or ::OXA_ERROR_NONE as the platform
  * reports them, and ::OXA_ERROR_INTERNAL_ERROR for any other reason (no agent running, ...).
  * @param result    the outcome, as above
@@ -213,8 +238,9 @@ typedef void (*oxa_simple_message_sent_cb)(oxa_simple_message_h message, oxa_err
 /**
  * @brief Starts connecting to the agent.
  *
- * Call it from the thread that runs the main loop on which the library is to deliver its events
- * (see "Threads and the main loop" above). The connection completes asynchronously: @p callback
+ * Call it from a thread whose thread-default main context is the one on which the library is to
+ * deliver its events (see "Threads and the main loop" above); the other functions may be called
+ * from any thread. The connection completes asynchronously: @p callback
  * reports it, and later reports its loss, on that loop. May be called again after a failure, a
  * lost connection or oxa_deinitialize(); each such call replaces the previous connection and its
  * pending subscriptions.

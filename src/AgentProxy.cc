@@ -2,7 +2,9 @@
 
 #include <dlog.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <utility>
 
@@ -65,6 +67,30 @@ enum MethodId : int {
 
 // Numbers every delegate of the process, across all proxies and kinds; never reset.
 std::atomic<int> delegateCounter{0};
+
+// Every proxy between the end of its construction and the start of its destruction. A port event
+// names its proxy by a plain pointer, and the application may drop a proxy on one thread just as
+// the event loop is called back for it on another: the event checks here before touching it.
+std::mutex liveProxiesGuard;
+std::vector<const OxaAgentInterface *> liveProxies;
+
+constexpr std::chrono::milliseconds kDefaultCallTimeout{10000};
+
+// How long a call may wait for its reply in all, however many other parcels arrive meanwhile:
+// OXA_CALL_TIMEOUT_MS (a positive number of milliseconds), read once, else 10 s.
+std::chrono::milliseconds callTimeout() {
+  static const std::chrono::milliseconds timeout = [] {
+    const char *text = std::getenv("OXA_CALL_TIMEOUT_MS");
+    if (text == nullptr) {
+      return kDefaultCallTimeout;
+    }
+    char *end = nullptr;
+    const long long value = std::strtoll(text, &end, 10);
+    return (end != text && *end == '\0' && value > 0) ? std::chrono::milliseconds(value)
+                                                      : kDefaultCallTimeout;
+  }();
+  return timeout;
+}
 
 struct FreeDeleter {
   void operator()(char *text) const { std::free(text); }
@@ -211,51 +237,144 @@ void OxaAgentInterface::OnContextChangedEvent::OnParcelReceived(rpc_port_parcel_
 void OxaAgentInterface::AddDelegate(std::unique_ptr<CallbackBase> delegate) {
   const int id = delegate->id_;
   const int seqId = delegate->seqId_;
+  const std::lock_guard<std::mutex> guard(delegatesGuard);
   delegates.push_back(std::move(delegate));
   delegateIndex.Add(id, seqId, std::prev(delegates.end()));
 }
 
-void OxaAgentInterface::RemoveDelegate(DelegateList::iterator position) {
-  delegateIndex.Remove((*position)->id_, (*position)->seqId_, position);
+std::unique_ptr<OxaAgentInterface::CallbackBase> OxaAgentInterface::UnlinkDelegate(
+    DelegateList::iterator position) {
+  std::unique_ptr<CallbackBase> delegate = std::move(*position);
+  delegateIndex.Remove(delegate->id_, delegate->seqId_, position);
   delegates.erase(position);
+  if (delegate->dispatchDepth_ > 0) {
+    orphans.push_back(std::move(delegate));
+  }
+  return delegate;
 }
 
+// The delegates are destroyed in list order once the guard is released; one whose call is in
+// progress waits for the end of that call.
 void OxaAgentInterface::ClearDelegates() {
-  delegateIndex.Clear();
-  delegates.clear();
-}
-
-void OxaAgentInterface::DisposeCallback(const std::string &tag) {
-  for (auto position = delegates.begin(); position != delegates.end(); ++position) {
-    if ((*position)->GetTag() == tag) {
-      RemoveDelegate(position);
-      return;
+  DelegateList removed;
+  {
+    const std::lock_guard<std::mutex> guard(delegatesGuard);
+    delegateIndex.Clear();
+    removed.swap(delegates);
+    for (std::unique_ptr<CallbackBase> &delegate : removed) {
+      if (delegate->dispatchDepth_ > 0) {
+        orphans.push_back(std::move(delegate));
+      }
     }
   }
 }
 
-// Runs on the platform's event thread without the call lock, as the connection callbacks do.
+void OxaAgentInterface::DisposeCallback(const std::string &tag) {
+  std::unique_ptr<CallbackBase> removed;
+  const std::lock_guard<std::mutex> guard(delegatesGuard);
+  for (auto position = delegates.begin(); position != delegates.end(); ++position) {
+    if ((*position)->GetTag() == tag) {
+      removed = UnlinkDelegate(position);
+      break;
+    }
+  }
+}
+
+// Destroys the delegate if it was removed during its call.
+class OxaAgentInterface::DispatchEnd {
+ public:
+  DispatchEnd(OxaAgentInterface &proxy, CallbackBase &delegate)
+      : proxy(proxy), delegate(delegate) {}
+  ~DispatchEnd() { proxy.EndDispatch(&delegate); }
+  DispatchEnd(const DispatchEnd &) = delete;
+  DispatchEnd &operator=(const DispatchEnd &) = delete;
+
+ private:
+  OxaAgentInterface &proxy;
+  CallbackBase &delegate;
+};
+
+// Runs on the platform's event thread without the call lock, as the connection callbacks do. The
+// delegate guard is held for the lookup only: the delegate's call may call back into the proxy.
 void OxaAgentInterface::Dispatch(rpc_port_parcel_h parcel) {
   int id = 0;
   int seqId = 0;
   bool once = false;  // the parcel's flag takes no part: the delegate's own flag decides
   CallbackBase::ReadDelegate(parcel, id, seqId, once);
-  const DelegateList::iterator *found = delegateIndex.Find(id, seqId);
-  if (found == nullptr) {
-    return;
+  CallbackBase *delegate = nullptr;
+  {
+    const std::lock_guard<std::mutex> guard(delegatesGuard);
+    const DelegateList::iterator *found = delegateIndex.Find(id, seqId);
+    if (found == nullptr) {
+      return;
+    }
+    delegate = (*found)->get();
+    ++delegate->dispatchDepth_;
   }
-  const auto position = *found;
-  (*position)->OnParcelReceived(parcel);
-  if ((*position)->once_) {
-    RemoveDelegate(position);
-  }
+  const DispatchEnd end(*this, *delegate);
+  delegate->OnParcelReceived(parcel);
 }
+
+std::unique_ptr<OxaAgentInterface::CallbackBase> OxaAgentInterface::EndDispatch(
+    CallbackBase *delegate) {
+  const std::lock_guard<std::mutex> guard(delegatesGuard);
+  if (--delegate->dispatchDepth_ > 0) {
+    return nullptr;
+  }
+  for (auto orphan = orphans.begin(); orphan != orphans.end(); ++orphan) {
+    if (orphan->get() == delegate) {
+      std::unique_ptr<CallbackBase> removed = std::move(*orphan);
+      orphans.erase(orphan);
+      return removed;
+    }
+  }
+  if (!delegate->once_) {
+    return nullptr;
+  }
+  const DelegateList::iterator *found = delegateIndex.Find(delegate->id_, delegate->seqId_);
+  if (found == nullptr || (*found)->get() != delegate) {
+    return nullptr;
+  }
+  return UnlinkDelegate(*found);
+}
+
+// Holds the proxy named by a port event for the event's duration, so that whoever drops the
+// last other reference meanwhile does not free it under the event.
+class OxaAgentInterface::EventScope {
+ public:
+  explicit EventScope(void *data) {
+    auto *named = static_cast<OxaAgentInterface *>(data);
+    const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+    if (std::find(liveProxies.begin(), liveProxies.end(), named) == liveProxies.end()) {
+      return;
+    }
+    if (named->sharedOwnership) {
+      hold = named->weak_from_this().lock();
+      if (!hold) {
+        return;  // its last owner is destroying it
+      }
+    }
+    if (named->listener.load() != nullptr) {
+      proxy = named;
+    }
+  }
+
+  OxaAgentInterface *get() const { return proxy; }
+
+ private:
+  std::shared_ptr<OxaAgentInterface> hold;
+  OxaAgentInterface *proxy = nullptr;
+};
 
 void OxaAgentInterface::OnReceivedCB(const char * /*endpoint*/, const char * /*portName*/,
                                      void *data) {
-  auto *self = static_cast<OxaAgentInterface *>(data);
+  const EventScope scope(data);
+  OxaAgentInterface *self = scope.get();
+  if (self == nullptr) {
+    return;
+  }
   rpc_port_parcel_h raw = nullptr;
-  if (rpc_port_parcel_create_from_port(&raw, self->callbackPort) != RPC_PORT_ERROR_NONE) {
+  if (rpc_port_parcel_create_from_port(&raw, self->callbackPort.load()) != RPC_PORT_ERROR_NONE) {
     PROXY_LOGE(__func__, "Failed to create parcel from port");
     return;
   }
@@ -282,10 +401,28 @@ OxaAgentInterface::OxaAgentInterface(IEventListener *listener, std::string targe
   rpc_port_proxy_add_disconnected_event_cb(proxyHandle, OnDisconnectedCB, this);
   rpc_port_proxy_add_rejected_event_cb(proxyHandle, OnRejectedCB, this);
   rpc_port_proxy_add_received_event_cb(proxyHandle, OnReceivedCB, this);
+  const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+  liveProxies.push_back(this);
+}
+
+std::shared_ptr<OxaAgentInterface> OxaAgentInterface::Create(IEventListener *listener,
+                                                             std::string targetAppId) {
+  auto proxy = std::make_shared<OxaAgentInterface>(listener, std::move(targetAppId));
+  const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+  proxy->sharedOwnership = true;
+  return proxy;
+}
+
+void OxaAgentInterface::Detach() {
+  listener.store(nullptr);
 }
 
 // The members then go in reverse order: the app id, then the delegates.
 OxaAgentInterface::~OxaAgentInterface() {
+  {
+    const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+    liveProxies.erase(std::find(liveProxies.begin(), liveProxies.end(), this));
+  }
   if (proxyHandle != nullptr) {
     rpc_port_proxy_destroy(proxyHandle);
   }
@@ -313,29 +450,61 @@ void OxaAgentInterface::Connect(bool sync) {
 
 void OxaAgentInterface::OnConnectedCB(const char * /*endpoint*/, const char * /*portName*/,
                                       rpc_port_h port, void *data) {
-  auto *self = static_cast<OxaAgentInterface *>(data);
+  const EventScope scope(data);
+  OxaAgentInterface *self = scope.get();
+  if (self == nullptr) {
+    return;
+  }
   self->port = port;
-  rpc_port_proxy_get_port(self->proxyHandle, RPC_PORT_PORT_CALLBACK, &self->callbackPort);
-  self->listener->OnConnected();
+  rpc_port_h callbackPort = self->callbackPort.load();
+  rpc_port_proxy_get_port(self->proxyHandle, RPC_PORT_PORT_CALLBACK, &callbackPort);
+  self->callbackPort = callbackPort;
+  self->disconnectionReported = false;
+  self->NotifyListener(&IEventListener::OnConnected);
 }
 
 // The ports stay set: later calls fail at send time rather than as "not connected".
 void OxaAgentInterface::OnDisconnectedCB(const char * /*endpoint*/, const char * /*portName*/,
                                          void *data) {
-  auto *self = static_cast<OxaAgentInterface *>(data);
-  self->ClearDelegates();
-  self->listener->OnDisconnected();
+  const EventScope scope(data);
+  OxaAgentInterface *self = scope.get();
+  if (self != nullptr && self->ClaimDisconnection()) {
+    self->ClearDelegates();
+    self->NotifyListener(&IEventListener::OnDisconnected);
+  }
 }
 
 void OxaAgentInterface::OnRejectedCB(const char * /*endpoint*/, const char * /*portName*/,
                                      void *data) {
-  static_cast<OxaAgentInterface *>(data)->listener->OnRejected();
+  const EventScope scope(data);
+  if (OxaAgentInterface *self = scope.get()) {
+    self->NotifyListener(&IEventListener::OnRejected);
+  }
+}
+
+bool OxaAgentInterface::ClaimDisconnection() {
+  return !disconnectionReported.exchange(true);
+}
+
+void OxaAgentInterface::NotifyListener(void (IEventListener::*event)()) {
+  if (IEventListener *current = listener.load()) {
+    (current->*event)();
+  }
+}
+
+// Reported on the thread whose call gave up, as the platform reports nothing for a connection
+// that is merely no longer used.
+void OxaAgentInterface::AbandonConnection() {
+  if (ClaimDisconnection()) {
+    ClearDelegates();
+    NotifyListener(&IEventListener::OnDisconnected);
+  }
 }
 
 // ---- Call frame --------------------------------------------------------------------------------
 
 OxaAgentInterface::Parcel OxaAgentInterface::BeginRequest(const char *method, int methodId) {
-  if (port == nullptr) {
+  if (port.load() == nullptr) {
     PROXY_LOGE(method, "Not connected");
     throw NotConnectedSocketException();
   }
@@ -363,7 +532,9 @@ OxaAgentInterface::Parcel OxaAgentInterface::CallWithDelegate(const char *method
 OxaAgentInterface::Parcel OxaAgentInterface::SendRequest(
     const char *method, Parcel &request, std::unique_lock<std::recursive_mutex> &lock,
     bool waitForReply) {
-  const int result = rpc_port_parcel_send(request.get(), port);
+  // An abandoned connection fails as one that the peer has closed.
+  const int result =
+      abandoned.load() ? RPC_PORT_ERROR_IO_ERROR : rpc_port_parcel_send(request.get(), port.load());
   if (result != RPC_PORT_ERROR_NONE) {
     PROXY_LOGE(method, "Failed to send parcel. result(%d)", result);
     request.reset();
@@ -378,12 +549,17 @@ OxaAgentInterface::Parcel OxaAgentInterface::SendRequest(
   return ReadReply(method, request, lock);
 }
 
-// Waits on the main port for the reply (command id 0); anything else there is skipped.
+// Waits on the main port for the reply (command id 0); anything else there is skipped, but only
+// until the call deadline: a call that cannot end within it gives up on the connection, so that no
+// later call takes this call's late reply for its own.
 OxaAgentInterface::Parcel OxaAgentInterface::ReadReply(
     const char *method, Parcel &request, std::unique_lock<std::recursive_mutex> &lock) {
-  for (;;) {
+  const auto deadline = std::chrono::steady_clock::now() + callTimeout();
+  const rpc_port_h mainPort = port.load();
+  bool deadlinePassed = false;
+  while (!deadlinePassed) {
     rpc_port_parcel_h raw = nullptr;
-    if (rpc_port_parcel_create_from_port(&raw, port) != RPC_PORT_ERROR_NONE) {
+    if (rpc_port_parcel_create_from_port(&raw, mainPort) != RPC_PORT_ERROR_NONE) {
       break;
     }
     Parcel reply(raw);
@@ -391,12 +567,19 @@ OxaAgentInterface::Parcel OxaAgentInterface::ReadReply(
       lock.unlock();
       return reply;
     }
+    deadlinePassed = std::chrono::steady_clock::now() >= deadline;
+  }
+  if (deadlinePassed) {
+    abandoned = true;
   }
   lock.unlock();
   PROXY_LOGE(method, "Invalid protocol");
   // The request parcel is abandoned here, not destroyed: an established trait of this path
   // that the unit tests pin down, so that any change to it is a deliberate one.
   static_cast<void>(request.release());
+  if (deadlinePassed) {
+    AbandonConnection();
+  }
   throw InvalidProtocolException();
 }
 

@@ -3,6 +3,7 @@
 
 #include <rpc-port.h>
 
+#include <atomic>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -40,7 +41,11 @@ class InvalidIDException : public Exception {};
 class PermissionDeniedException : public Exception {};
 class InvalidProtocolException : public Exception {};
 
-class OxaAgentInterface {
+// Thread model: the agent methods may be called from any thread; the port events (and so every
+// delegate and listener call) arrive on the thread that runs the platform's event loop. The call
+// lock serialises whole request/reply exchanges; `delegatesGuard` is held only to look up, add or
+// remove a delegate, never across I/O or a delegate's call.
+class OxaAgentInterface : public std::enable_shared_from_this<OxaAgentInterface> {
  public:
   class IEventListener {
    public:
@@ -71,6 +76,8 @@ class OxaAgentInterface {
     int id_;
     int seqId_;
     bool once_;
+    // Calls of this delegate in progress; guarded by the owning proxy's delegatesGuard.
+    int dispatchDepth_ = 0;
   };
 
   class OnServiceRegisteredEvent : public CallbackBase {
@@ -141,6 +148,14 @@ class OxaAgentInterface {
   OxaAgentInterface(const OxaAgentInterface &) = delete;
   OxaAgentInterface &operator=(const OxaAgentInterface &) = delete;
 
+  // A proxy owned through shared pointers: a port event in progress, or a request in flight on
+  // another thread, keeps it alive until it is done, whoever drops the last other reference.
+  static std::shared_ptr<OxaAgentInterface> Create(IEventListener *listener,
+                                                   std::string targetAppId);
+  // Stops every later port event from reaching the listener or a delegate; for a proxy that is
+  // being replaced while a request or an event may still hold it.
+  void Detach();
+
   void Connect(bool sync);
   // Removes and destroys the first delegate whose tag ("<id>::<seq>") equals `tag`.
   void DisposeCallback(const std::string &tag);
@@ -205,20 +220,45 @@ class OxaAgentInterface {
   int RegisterEvent(const char *method, int methodId, int handlerId,
                     std::unique_ptr<Delegate> &delegate);
 
+  // The proxy named by a port event's user data, held for the event, or null when the event
+  // must not be handled (the proxy is being destroyed or was detached).
+  class EventScope;
+  // Ends a delegate's call however it ends (see EndDispatch).
+  class DispatchEnd;
+
   // Every change of `delegates` goes through these, which keep `delegateIndex` in step.
   void AddDelegate(std::unique_ptr<CallbackBase> delegate);
-  void RemoveDelegate(DelegateList::iterator position);
+  // Requires delegatesGuard. Returns the delegate for the caller to destroy once it has let go of
+  // the guard, or null when a call of it is in progress (that call's end destroys it).
+  std::unique_ptr<CallbackBase> UnlinkDelegate(DelegateList::iterator position);
   void ClearDelegates();
   void Dispatch(rpc_port_parcel_h parcel);
+  // Ends one call of `delegate` started by Dispatch; returns it when it is to be destroyed now.
+  std::unique_ptr<CallbackBase> EndDispatch(CallbackBase *delegate);
+  // After a call deadline: the connection is not used again and its loss is reported once.
+  void AbandonConnection();
+  // Claims the one report of this connection's loss; false when it has been made already.
+  bool ClaimDisconnection();
+  // Calls `event` of the listener unless the proxy has been detached.
+  void NotifyListener(void (IEventListener::*event)());
 
-  rpc_port_h port = nullptr;
-  rpc_port_h callbackPort = nullptr;
+  std::atomic<rpc_port_h> port{nullptr};
+  std::atomic<rpc_port_h> callbackPort{nullptr};
   rpc_port_proxy_h proxyHandle = nullptr;
-  IEventListener *listener;
+  std::atomic<IEventListener *> listener;
   std::recursive_mutex mutex;
   std::list<std::unique_ptr<CallbackBase>> delegates;
   std::string targetAppId;
   DelegateIndex<DelegateList::iterator> delegateIndex;
+  std::mutex delegatesGuard;
+  // Delegates unlinked while a call of theirs was in progress, destroyed when it ends.
+  std::vector<std::unique_ptr<CallbackBase>> orphans;
+  // Set by Create: events then hold the proxy through a shared pointer.
+  bool sharedOwnership = false;
+  // Set under the call lock when a call deadline passed: no later call may use the connection.
+  std::atomic<bool> abandoned{false};
+  // Whether the loss of the current connection has been reported.
+  std::atomic<bool> disconnectionReported{false};
 };
 
 }  // namespace proxy

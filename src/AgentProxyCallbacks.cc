@@ -35,6 +35,7 @@ void deliverDevice(const DeviceCallback &callback, const DeviceRecord &record) {
 }  // namespace
 
 std::map<int, Command *> sentCommands;
+std::mutex sentCommandsGuard;
 std::atomic<int> sentCommandCounter{0};
 
 CommandRecord toSentCommandRecord(int handlerId, Command *command) {
@@ -46,11 +47,13 @@ CommandRecord toSentCommandRecord(int handlerId, Command *command) {
   record.payload = command->getPayload();
   record.seqId = sentCommandCounter++;
   // Last, so that a failure above leaves no entry behind.
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
   sentCommands[record.seqId] = command;
   return record;
 }
 
 Command *takeSentCommand(int seqId) {
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
   auto entry = sentCommands.find(seqId);
   if (entry == sentCommands.end()) {
     return nullptr;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <mutex>
 
 #include "AgentProxy.h"
 #include "Service.h"
@@ -27,9 +28,11 @@ enum DelegateId : int {
 };
 
 // Commands awaiting their sent event, by the sequence number of the record that carried them.
-// Shared by the request thread that sends and the event thread that reports; it has no lock of its
-// own, like the rest of the event path.
+// Shared by the request threads that send and the event thread that reports: every access goes
+// through toSentCommandRecord and takeSentCommand, which hold sentCommandsGuard for the insert or
+// the lookup and erase only.
 extern std::map<int, Command *> sentCommands;
+extern std::mutex sentCommandsGuard;
 // Sequence number of the next sent command record; the first one of the process is 0.
 extern std::atomic<int> sentCommandCounter;
 

@@ -89,9 +89,9 @@ int AgentProxyHandler::Connect(RegisteredCallback callback) {
     return OXA_ERROR_NONE;
   }
   try {
-    proxy = std::make_unique<AgentInterface>(this, OXA_AGENT_APPID);
-    initializedCallback = std::move(callback);
-    proxy->Connect(false);
+    std::shared_ptr<AgentInterface> fresh = AgentInterface::Create(this, OXA_AGENT_APPID);
+    replaceProxy(fresh, std::move(callback));
+    fresh->Connect(false);
     return OXA_ERROR_NONE;
   } catch (const PermissionDeniedException &) {
     return failConnect(kPermissionDenied, OXA_ERROR_PERMISSION_DENIED);
@@ -102,34 +102,64 @@ int AgentProxyHandler::Connect(RegisteredCallback callback) {
   }
 }
 
+// The previous proxy goes now unless a request in flight or an event in progress still holds
+// it; it is detached first, so that nothing of it reaches this handler any more.
+void AgentProxyHandler::replaceProxy(std::shared_ptr<AgentInterface> fresh,
+                                     RegisteredCallback callback) {
+  std::shared_ptr<AgentInterface> previous;
+  RegisteredCallback replaced;
+  {
+    const std::lock_guard<std::mutex> lock(guard);
+    previous = std::exchange(proxy, std::move(fresh));
+    if (previous) {
+      previous->Detach();
+    }
+    replaced = std::exchange(initializedCallback, std::move(callback));
+  }
+}
+
 int AgentProxyHandler::failConnect(int state, int error) {
-  initializedCallback = nullptr;
+  RegisteredCallback forgotten;
+  {
+    const std::lock_guard<std::mutex> lock(guard);
+    forgotten = std::exchange(initializedCallback, nullptr);
+  }
   connectionState = state;
   return error;
 }
 
+std::shared_ptr<AgentInterface> AgentProxyHandler::currentProxy() const {
+  const std::lock_guard<std::mutex> lock(guard);
+  return proxy;
+}
+
+RegisteredCallback AgentProxyHandler::currentInitializedCallback() const {
+  const std::lock_guard<std::mutex> lock(guard);
+  return initializedCallback;
+}
+
 void AgentProxyHandler::OnConnected() {
   OXA_LOGI("App is connected to OXA Agent");
-  if (!proxy) {
+  if (!currentProxy()) {
     OXA_LOGE("No AgentProxyHandler");
-    initializedCallback(OXA_ERROR_INTERNAL_ERROR);
+    currentInitializedCallback()(OXA_ERROR_INTERNAL_ERROR);
     return;
   }
   connectionState = kConnected;
-  initializedCallback(OXA_ERROR_NONE);
+  currentInitializedCallback()(OXA_ERROR_NONE);
 }
 
 void AgentProxyHandler::OnDisconnected() {
   OXA_LOGE("Connection is disconnected");
   connectionState = kNotConnected;
-  initializedCallback(OXA_ERROR_INTERNAL_ERROR);
+  currentInitializedCallback()(OXA_ERROR_INTERNAL_ERROR);
 }
 
 void AgentProxyHandler::OnRejected() {
   const int error = get_last_result();
   OXA_LOGE("Connection is rejected. error[%d]", error);
-  initializedCallback(isReportableRejection(error) ? static_cast<oxa_error_e>(error)
-                                                   : OXA_ERROR_INTERNAL_ERROR);
+  currentInitializedCallback()(isReportableRejection(error) ? static_cast<oxa_error_e>(error)
+                                                            : OXA_ERROR_INTERNAL_ERROR);
 }
 
 int AgentProxyHandler::Disconnect() {
@@ -164,8 +194,9 @@ bool AgentProxyHandler::isConnected(const char *function, int line) const {
 // of every request already rules out.
 template <typename Call>
 int AgentProxyHandler::callProxy(Call &&call, const char *function, int line) {
+  const std::shared_ptr<AgentInterface> agent = currentProxy();
   try {
-    return call(*proxy);
+    return call(*agent);
   } catch (const PermissionDeniedException &) {
     return OXA_ERROR_PERMISSION_DENIED;
   } catch (const InvalidIOException &) {

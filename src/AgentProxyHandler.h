@@ -1,8 +1,10 @@
 #ifndef OXA_SRC_AGENT_PROXY_HANDLER_H_
 #define OXA_SRC_AGENT_PROXY_HANDLER_H_
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,10 @@
 namespace Oxa::Capi {
 
 // The process-wide link to the agent: owns the proxy, tracks the connection and turns every
-// request into one proxy call whose failures become oxa_error_e codes.
+// request into one proxy call whose failures become oxa_error_e codes. Requests come from any
+// thread, the connection events from the platform's event thread: the state is atomic, and
+// `guard` is held only to read or replace the proxy and the completion function, never while
+// either is called.
 class AgentProxyHandler : public AgentInterface::IEventListener {
  public:
   static AgentProxyHandler &GetInstance();
@@ -81,6 +86,8 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
   AgentProxyHandler() = default;
   ~AgentProxyHandler() = default;
 
+  // Installs a new proxy and completion function in place of the previous ones.
+  void replaceProxy(std::shared_ptr<AgentInterface> fresh, RegisteredCallback callback);
   // Forgets the completion of a Connect that failed and records why it failed.
   int failConnect(int state, int error);
   // The helpers below log in the name of the request method that calls them: `function` and
@@ -95,15 +102,20 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
   template <typename Call>
   int request(Call &&call, const char *function = __builtin_FUNCTION(),
               int line = __builtin_LINE());
+  // The current proxy, held by the caller for its call.
+  std::shared_ptr<AgentInterface> currentProxy() const;
+  // A copy of the completion function, called outside the guard.
+  RegisteredCallback currentInitializedCallback() const;
   // Creates a Delegate holding `callback` and hands it to the proxy's registration `method`.
   template <typename Delegate, typename Event, typename Function>
   int registerEvent(int (AgentInterface::*method)(int, std::unique_ptr<Event> &&), int handlerId,
                     Function &&callback, const char *function = __builtin_FUNCTION(),
                     int line = __builtin_LINE());
 
-  std::unique_ptr<AgentInterface> proxy;
+  std::shared_ptr<AgentInterface> proxy;
   RegisteredCallback initializedCallback;
-  int connectionState = kNotConnected;
+  std::atomic<int> connectionState{kNotConnected};
+  mutable std::mutex guard;
 };
 
 }  // namespace Oxa::Capi

@@ -17,10 +17,20 @@ int toDeviceType(int type) {
 Service::Service(int type) : requestedType(type), type(checkServiceType(type)) {}
 
 Service::~Service() {
-  if (registrationCallback) {
-    AgentProxyHandler::GetInstance().UnregisterService(type);
-    registrationCallback = nullptr;
+  bool registered = false;
+  {
+    const std::lock_guard<std::mutex> guard(registration->guard);
+    registered = static_cast<bool>(registration->callback);
   }
+  if (registered) {
+    AgentProxyHandler::GetInstance().UnregisterService(type);
+    exchangeRegistrationCallback(nullptr);
+  }
+}
+
+RegisteredCallback Service::exchangeRegistrationCallback(RegisteredCallback callback) {
+  const std::lock_guard<std::mutex> guard(registration->guard);
+  return std::exchange(registration->callback, std::move(callback));
 }
 
 bool Service::permissionDenied(const char *function, int line) {
@@ -35,21 +45,27 @@ int Service::registerService(RegisteredCallback callback) {
   if (permissionDenied()) {
     return OXA_ERROR_PERMISSION_DENIED;
   }
-  registrationCallback = std::move(callback);
+  exchangeRegistrationCallback(std::move(callback));
   return AgentProxyHandler::GetInstance().RegisterService(
-      type, [this](oxa_error_e result) { onRegistered(result); });
+      type, [shared = registration](oxa_error_e result) { onRegistered(*shared, result); });
 }
 
-// A pending registration reports through whichever callback the latest registerService stored.
-void Service::onRegistered(oxa_error_e result) {
+// A pending registration reports through whichever callback the latest registerService stored,
+// called without the guard so that it may use the service, destroy it included.
+void Service::onRegistered(Registration &registration, oxa_error_e result) {
   OXA_LOGI("Service is registered. result[%d]", result);
-  if (registrationCallback) {
-    registrationCallback(result);
+  RegisteredCallback callback;
+  {
+    const std::lock_guard<std::mutex> guard(registration.guard);
+    callback = registration.callback;
+  }
+  if (callback) {
+    callback(result);
   }
 }
 
 int Service::unregisterService() {
-  registrationCallback = nullptr;
+  exchangeRegistrationCallback(nullptr);
   return AgentProxyHandler::GetInstance().UnregisterService(type);
 }
 
@@ -114,7 +130,7 @@ int Service::sendSimpleMessage(SimpleMessage *message, SimpleMessageSentCallback
   if (permissionDenied()) {
     return OXA_ERROR_PERMISSION_DENIED;
   }
-  return AgentProxyHandler::GetInstance().SendSimpleMessage(type, appId, message,
+  return AgentProxyHandler::GetInstance().SendSimpleMessage(type, appId.load(), message,
                                                             std::move(callback));
 }
 

@@ -1,7 +1,10 @@
 #ifndef OXA_SRC_SERVICE_H_
 #define OXA_SRC_SERVICE_H_
 
+#include <atomic>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,6 +71,8 @@ using CommandSentCallback = std::function<void(Command *, oxa_error_e)>;
 using SimpleMessageSentCallback = std::function<void(SimpleMessage *, oxa_error_e)>;
 
 // One service of the application; every agent request it makes carries its type as handler id.
+// Its operations may run on several threads at once, and the agent's answer to a registration
+// arrives on the event thread, possibly after the service has been destroyed.
 class Service {
  public:
   // Throws Exception(OXA_ERROR_INVALID_PARAMETER) for a type other than 1, 3 or 6.
@@ -78,7 +83,7 @@ class Service {
 
   int getRequestedType() const { return requestedType; }
   int getType() const { return type; }
-  int getAppId() const { return appId; }
+  int getAppId() const { return appId.load(); }
 
   int registerService(RegisteredCallback callback);
   int unregisterService();
@@ -94,14 +99,23 @@ class Service {
   int sendSimpleMessage(SimpleMessage *message, SimpleMessageSentCallback callback);
 
  private:
-  void onRegistered(oxa_error_e result);
+  // The registration callback, shared with the completions of pending registrations: they reach
+  // it while the service exists and find it empty once the service is gone.
+  struct Registration {
+    std::mutex guard;
+    RegisteredCallback callback;
+  };
+
+  static void onRegistered(Registration &registration, oxa_error_e result);
   static bool permissionDenied(const char *function = __builtin_FUNCTION(),
                                int line = __builtin_LINE());
+  // Replaces the registration callback; returns the one it held, to be destroyed by the caller.
+  RegisteredCallback exchangeRegistrationCallback(RegisteredCallback callback);
 
   int requestedType;
   int type;
-  RegisteredCallback registrationCallback;
-  int appId = 0;
+  std::shared_ptr<Registration> registration = std::make_shared<Registration>();
+  std::atomic<int> appId{0};
 };
 
 }  // namespace Oxa::Capi
