@@ -42,9 +42,11 @@ void readWith(rpc_port_parcel_h parcel, const uint8_t *script, size_t length) {
         std::free(text);
         break;
       default:
+        // Elements are read while they last, whatever the count claims.
         rpc_port_parcel_read_array_count(parcel, &int32);
-        for (int element = 0; element < int32; ++element) {
-          rpc_port_parcel_read_byte(parcel, &byte);
+        for (int element = 0;
+             element < int32 && rpc_port_parcel_read_byte(parcel, &byte) == RPC_PORT_ERROR_NONE;
+             ++element) {
         }
         break;
     }
