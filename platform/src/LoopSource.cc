@@ -22,6 +22,33 @@ void LoopSource::timeout(GMainContext *context, unsigned ms, GSourceFunc callbac
   attach(context, source);
 }
 
+namespace {
+
+// A source with no fd and no timer: it runs when its ready time is set, and disarms itself first
+// so that a wake-up arriving during the callback runs it again.
+gboolean dispatchWake(GSource *source, GSourceFunc callback, void *data) {
+  g_source_set_ready_time(source, -1);
+  return callback(data);
+}
+
+GSourceFuncs wakeFuncs = {nullptr, nullptr, dispatchWake, nullptr, nullptr, nullptr};
+
+}  // namespace
+
+void LoopSource::onWake(GMainContext *context, GSourceFunc callback, void *data) {
+  GSource *source = g_source_new(&wakeFuncs, sizeof(GSource));
+  g_source_set_ready_time(source, -1);
+  g_source_set_callback(source, callback, data, nullptr);
+  attach(context, source);
+}
+
+void LoopSource::wake() {
+  // Thread-safe: takes the context's lock and wakes its poll.
+  if (source_ != nullptr) {
+    g_source_set_ready_time(source_, 0);
+  }
+}
+
 void LoopSource::attach(GMainContext *context, GSource *source) {
   stop();
   g_source_attach(source, context);

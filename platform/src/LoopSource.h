@@ -1,5 +1,6 @@
 // One GLib source attached to a main context, destroyed with this object. Events of the host
 // platform are delivered only through these, on the context the handle was created on.
+// Only wake() may be called from another thread; everything else belongs to the loop's thread.
 #pragma once
 
 #include <glib-unix.h>
@@ -21,6 +22,11 @@ class LoopSource {
   void idle(GMainContext *context, GSourceFunc callback, void *data);
   // Calls `callback(data)` after `ms` milliseconds.
   void timeout(GMainContext *context, unsigned ms, GSourceFunc callback, void *data);
+  // Attaches a source that stays idle until wake(); each wake-up calls `callback(data)` once on
+  // the loop (wake-ups before it runs merge into one).
+  void onWake(GMainContext *context, GSourceFunc callback, void *data);
+  // Makes an onWake() source run; safe from any thread while this object exists.
+  void wake();
   void stop();
   bool active() const { return source_ != nullptr; }
 

@@ -17,6 +17,8 @@ constexpr size_t kReadChunk = size_t{64} << 10;
 // The event loop stops pulling once this much is buffered and no frame needs more, so a peer
 // that never stops sending cannot keep the loop in one wake-up or grow the buffer without end.
 constexpr size_t kFillLimit = size_t{4} << 20;
+// Queued frames written by one sendmsg at most.
+constexpr size_t kFlushParts = 64;
 
 using Clock = std::chrono::steady_clock;
 
@@ -26,16 +28,15 @@ int remainingMs(Clock::time_point deadline) {
   return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
-// Polls `fd` for `events` until `deadline`; true when it is ready (or hung up).
-bool pollUntil(int fd, short events, Clock::time_point deadline) {
+// One non-blocking sendmsg: bytes written, or -EAGAIN when the socket is full, or another -errno.
+ssize_t sendSome(int fd, const msghdr &message) {
   for (;;) {
-    pollfd entry{fd, events, 0};
-    const int ready = ::poll(&entry, 1, remainingMs(deadline));
-    if (ready > 0) {
-      return true;
+    const ssize_t sent = ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent >= 0) {
+      return sent;
     }
-    if ((ready == 0 && Clock::now() >= deadline) || (ready < 0 && errno != EINTR)) {
-      return false;
+    if (errno != EINTR) {
+      return errno == EWOULDBLOCK ? -EAGAIN : -errno;
     }
   }
 }
@@ -59,15 +60,26 @@ void skipSent(msghdr &message, size_t sent) {
 
 Port::Port(UniqueFd fd, int timeoutMs) : fd_(std::move(fd)), timeoutMs_(timeoutMs) {}
 
-int Port::send(const uint8_t *body, size_t size) {
+void Port::queueSends(size_t limit, std::function<void()> wake) {
   std::lock_guard<std::mutex> lock(sendMutex_);
-  return sendLocked(body, size);
+  queueLimit_ = limit;
+  wake_ = std::move(wake);
 }
 
-int Port::sendLocked(const uint8_t *body, size_t size) {
-  if (fd_.get() < 0 || size > kMaxFrameBody) {
+void Port::drainWhileBlocked(Port *side, std::function<void()> pulled) {
+  side_ = side;
+  pulled_ = std::move(pulled);
+}
+
+int Port::send(const uint8_t *body, size_t size) {
+  std::lock_guard<std::mutex> lock(sendMutex_);
+  if (fd_.get() < 0 || broken_ || size > kMaxFrameBody) {
     return RPC_PORT_ERROR_IO_ERROR;
   }
+  return wake_ ? sendQueued(body, size) : sendBlocking(body, size);
+}
+
+int Port::sendBlocking(const uint8_t *body, size_t size) {
   const auto length = static_cast<uint32_t>(size);
   uint8_t header[kFrameHeader];
   std::memcpy(header, &length, sizeof header);
@@ -82,12 +94,12 @@ int Port::sendLocked(const uint8_t *body, size_t size) {
     if (sent < 0 && errno == EINTR) {
       continue;
     }
-    if (sent < 0 && errno == EAGAIN && pollUntil(fd_.get(), POLLOUT, deadline)) {
+    if (sent < 0 && errno == EAGAIN && waitFor(POLLOUT, deadline)) {
       continue;
     }
     if (sent < 0) {
       // A partly written frame would desynchronise the peer: the connection is over.
-      ::shutdown(fd_.get(), SHUT_RDWR);
+      breakConnection();
       return RPC_PORT_ERROR_IO_ERROR;
     }
     left -= static_cast<size_t>(sent);
@@ -96,36 +108,152 @@ int Port::sendLocked(const uint8_t *body, size_t size) {
   return RPC_PORT_ERROR_NONE;
 }
 
+// Writes at once only when nothing is queued, so frames keep their order.
+int Port::sendQueued(const uint8_t *body, size_t size) {
+  const auto length = static_cast<uint32_t>(size);
+  uint8_t header[kFrameHeader];
+  std::memcpy(header, &length, sizeof header);
+  size_t sent = 0;
+  if (queue_.empty()) {
+    iovec parts[2] = {{header, sizeof header}, {const_cast<uint8_t *>(body), size}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    const ssize_t written = sendSome(fd_.get(), message);
+    if (written < 0 && written != -EAGAIN) {
+      breakConnection();
+      return RPC_PORT_ERROR_IO_ERROR;
+    }
+    sent = written > 0 ? static_cast<size_t>(written) : 0;
+  }
+  const size_t total = kFrameHeader + size;
+  if (sent == total) {
+    return RPC_PORT_ERROR_NONE;
+  }
+  if (queuedBytes_ + total - sent > queueLimit_) {
+    // The peer does not keep up: holding more would only grow this process.
+    breakConnection();
+    wake_();
+    return RPC_PORT_ERROR_IO_ERROR;
+  }
+  std::vector<uint8_t> rest;
+  rest.reserve(total - sent);
+  if (sent < kFrameHeader) {
+    rest.insert(rest.end(), header + sent, header + kFrameHeader);
+    rest.insert(rest.end(), body, body + size);
+  } else {
+    rest.insert(rest.end(), body + (sent - kFrameHeader), body + size);
+  }
+  queuedBytes_ += rest.size();
+  const bool first = queue_.empty();
+  queue_.push_back(std::move(rest));
+  if (first) {
+    wake_();
+  }
+  return RPC_PORT_ERROR_NONE;
+}
+
+FlushResult Port::flush() {
+  std::lock_guard<std::mutex> lock(sendMutex_);
+  if (fd_.get() < 0 || broken_) {
+    queue_.clear();
+    queuedBytes_ = 0;
+    return FlushResult::kFailed;
+  }
+  while (!queue_.empty()) {
+    iovec parts[kFlushParts];
+    size_t count = 0;
+    for (auto frame = queue_.begin(); frame != queue_.end() && count < kFlushParts; ++frame) {
+      const size_t skip = count == 0 ? queueHeadSent_ : 0;
+      parts[count++] = {frame->data() + skip, frame->size() - skip};
+    }
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = count;
+    const ssize_t written = sendSome(fd_.get(), message);
+    if (written == -EAGAIN) {
+      return FlushResult::kPending;
+    }
+    if (written < 0) {
+      breakConnection();
+      return FlushResult::kFailed;
+    }
+    consumeQueue(static_cast<size_t>(written));
+  }
+  return FlushResult::kDone;
+}
+
+void Port::consumeQueue(size_t bytes) {
+  queuedBytes_ -= bytes;
+  while (bytes > 0) {
+    const size_t left = queue_.front().size() - queueHeadSent_;
+    if (bytes < left) {
+      queueHeadSent_ += bytes;
+      return;
+    }
+    bytes -= left;
+    queue_.pop_front();
+    queueHeadSent_ = 0;
+  }
+}
+
+bool Port::waitFor(short events, Clock::time_point deadline) {
+  bool sideOpen = side_ != nullptr;
+  for (;;) {
+    pollfd entries[2] = {{fd_.get(), events, 0}, {sideOpen ? side_->fd() : -1, POLLIN, 0}};
+    const int ready = ::poll(entries, sideOpen ? 2 : 1, remainingMs(deadline));
+    if (ready > 0 && entries[0].revents != 0) {
+      return true;
+    }
+    if (ready > 0) {
+      sideOpen = pullSide();
+      continue;
+    }
+    if ((ready == 0 && Clock::now() >= deadline) || (ready < 0 && errno != EINTR)) {
+      return false;
+    }
+  }
+}
+
+// False once the side port has nothing more to give (ended or broken).
+bool Port::pullSide() {
+  const bool open = side_->fillAvailable(false);
+  pulled_();
+  return open;
+}
+
 int Port::receive(Parcel &out) {
   std::lock_guard<std::mutex> lock(readMutex_);
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs_);
   for (;;) {
     size_t bodySize = 0;
     const FrameState state = peekFrame(&bodySize);
-    if (state == FrameState::kComplete) {
+    if (state == FrameState::kComplete && !broken_) {
       takeFrame(out, bodySize);
       return RPC_PORT_ERROR_NONE;
     }
-    if (state == FrameState::kBroken || ended_ || fd_.get() < 0) {
-      shutdown();
+    if (state == FrameState::kBroken || ended_ || broken_ || fd_.get() < 0) {
+      breakConnection();
       return RPC_PORT_ERROR_IO_ERROR;
     }
     const ssize_t got = readChunk();
     if (got == 0 || (got < 0 && got != -EAGAIN)) {
       ended_ = true;
-    } else if (got == -EAGAIN && !pollUntil(fd_.get(), POLLIN, deadline)) {
+    } else if (got == -EAGAIN && !waitFor(POLLIN, deadline)) {
+      // Whatever comes later belongs to this read, not to the next one.
+      breakConnection();
       return RPC_PORT_ERROR_IO_ERROR;
     }
   }
 }
 
-bool Port::fillAvailable() {
+bool Port::fillAvailable(bool bounded) {
   std::lock_guard<std::mutex> lock(readMutex_);
   while (!ended_ && fd_.get() >= 0) {
     size_t bodySize = 0;
     const FrameState state = peekFrame(&bodySize);
     if (state == FrameState::kBroken ||
-        (buffer_.size() >= kFillLimit && state == FrameState::kComplete)) {
+        (bounded && buffer_.size() >= kFillLimit && state == FrameState::kComplete)) {
       break;
     }
     const ssize_t got = readChunk();
@@ -164,12 +292,19 @@ void Port::shutdown() {
   }
 }
 
+void Port::breakConnection() {
+  broken_ = true;
+  shutdown();
+}
+
 void Port::close() {
   std::lock_guard<std::mutex> sendLock(sendMutex_);
   std::lock_guard<std::mutex> readLock(readMutex_);
   fd_.reset();
   buffer_ = ByteBuffer();
   ended_ = true;
+  queue_.clear();
+  queuedBytes_ = 0;
 }
 
 FrameState Port::peekFrame(size_t *bodySize) const {

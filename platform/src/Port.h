@@ -5,12 +5,21 @@
 //
 // Reads come from two places and share the buffer: the event loop pulls whatever the socket has
 // (fillAvailable) and hands each complete frame to the application, and create_from_port takes the
-// next frame (receive), from the buffer when one is there, else by polling the socket itself.
+// next frame (receive), from the buffer when one is there, else by polling the socket itself. A
+// receive that gives up breaks the connection, so a late frame can never answer a later read.
+//
+// Sends either block until the frame is written (the default) or, after queueSends(), write what
+// the socket takes at once and queue the rest for the owner's event loop to flush().
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <mutex>
+#include <vector>
 
 #include "ByteBuffer.h"
 #include "Parcel.h"
@@ -22,6 +31,7 @@ constexpr size_t kFrameHeader = 4;
 constexpr size_t kMaxFrameBody = size_t{16} << 20;
 
 enum class FrameState { kComplete, kIncomplete, kBroken };
+enum class FlushResult { kDone, kPending, kFailed };
 
 class Port {
  public:
@@ -32,14 +42,26 @@ class Port {
 
   int fd() const { return fd_.get(); }
 
+  // Sends never block from now on: what the socket does not take at once is queued, and `wake`
+  // (called on the sending thread) asks the owner's loop to flush(). A queue that would pass
+  // `limit` bytes breaks the connection instead.
+  void queueSends(size_t limit, std::function<void()> wake);
+  // While a send or receive here waits, whatever `side` can read is pulled into its buffer (so a
+  // peer writing to it is never stuck behind this wait); `pulled` is called after each pull.
+  void drainWhileBlocked(Port *side, std::function<void()> pulled);
+
   // Sends `body` as one frame; RPC_PORT_ERROR_NONE or RPC_PORT_ERROR_IO_ERROR.
   int send(const uint8_t *body, size_t size);
+  // Writes queued frames until the queue is empty (kDone) or the socket is full (kPending);
+  // kFailed once the connection is broken.
+  FlushResult flush();
   // Blocks until one whole frame is in `out`; RPC_PORT_ERROR_IO_ERROR at end of stream, on a
-  // broken frame or after the port's read timeout.
+  // broken frame or after the port's read timeout, each of which breaks the connection.
   int receive(Parcel &out);
 
   // Reads what the socket holds now, without blocking; false once the stream has ended or failed.
-  bool fillAvailable();
+  // `bounded` stops early once a few MiB are buffered and a frame is complete.
+  bool fillAvailable(bool bounded = true);
   FrameState bufferedFrame();
   // Drops the next buffered frame (one nobody took).
   void dropFrame();
@@ -48,6 +70,9 @@ class Port {
 
   // Ends both directions: the peer sees end of stream, local pollers wake with a hang-up.
   void shutdown();
+  // Shuts the connection down for good: every later send and read fails.
+  void breakConnection();
+  bool broken() const { return broken_; }
   // Closes the socket; later sends and reads fail.
   void close();
 
@@ -56,9 +81,22 @@ class Port {
   void takeFrame(Parcel &out, size_t bodySize);
   // One read() into the buffer: >0 bytes read, 0 end of stream, <0 nothing now (-EAGAIN) or error.
   ssize_t readChunk();
-  int sendLocked(const uint8_t *body, size_t size);
+  int sendBlocking(const uint8_t *body, size_t size);
+  int sendQueued(const uint8_t *body, size_t size);
+  // Waits until the socket is ready for `events` or `deadline` passes, draining the side port.
+  bool waitFor(short events, std::chrono::steady_clock::time_point deadline);
+  bool pullSide();
+  void consumeQueue(size_t bytes);
 
   std::mutex sendMutex_;
+  std::deque<std::vector<uint8_t>> queue_;
+  size_t queueHeadSent_ = 0;
+  size_t queuedBytes_ = 0;
+  size_t queueLimit_ = 0;
+  std::function<void()> wake_;
+  Port *side_ = nullptr;
+  std::function<void()> pulled_;
+  std::atomic<bool> broken_{false};
   std::mutex readMutex_;
   UniqueFd fd_;
   ByteBuffer buffer_;

@@ -4,6 +4,7 @@
 
 #include "Runtime.h"
 #include "Socket.h"
+#include "Trust.h"
 
 namespace platform {
 
@@ -81,7 +82,7 @@ int Proxy::connectSync(const char *appId, const char *portName) {
   becomeConnected();
   if (state_ == State::kConnected && callback_->bufferedFrame() != FrameState::kIncomplete) {
     // Events that came with the ack are already buffered; the socket will not wake the loop.
-    deferred_.idle(context_, onDrain, this);
+    drained_.wake();
   }
   return RPC_PORT_ERROR_NONE;
 }
@@ -98,6 +99,7 @@ void Proxy::close() {
   mainWatch_.stop();
   callbackWatch_.stop();
   deferred_.stop();
+  drained_.stop();
   handshakeTimer_.stop();
   for (Port *port : {main_.get(), callback_.get()}) {
     if (port != nullptr) {
@@ -113,7 +115,9 @@ int Proxy::begin(const char *appId, const char *portName) {
   }
   appId_ = appId;
   portName_ = portName;
-  const int error = openPort(&main_, Hello{HelloKind::kMain, ownAppId(), ownPrivileges()});
+  const int unsafe = securePortDirectory(appId_, DirectoryUse::kCheck);
+  const int error = unsafe != 0 ? connectOutcome(unsafe)
+                                : openPort(&main_, Hello{HelloKind::kMain, ownAppId(), ownPrivileges()});
   if (error == RPC_PORT_ERROR_PERMISSION_DENIED || error == RPC_PORT_ERROR_INVALID_PARAMETER) {
     // Reported at once; the proxy may be connected again.
     main_.reset();
@@ -128,6 +132,9 @@ int Proxy::openPort(std::unique_ptr<Port> *port, const Hello &hello) const {
   const int error = connectUnix(socketPath(appId_, portName_), &fd);
   if (error != 0) {
     return connectOutcome(error);
+  }
+  if (!isAllowedPeer(fd.get())) {
+    return RPC_PORT_ERROR_PERMISSION_DENIED;
   }
   *port = std::make_unique<Port>(std::move(fd), readTimeoutMs());
   const Parcel frame = encodeHello(hello);
@@ -161,6 +168,10 @@ int Proxy::awaitAck(Port &port, int (Proxy::*accept)(Parcel &)) {
 void Proxy::becomeConnected() {
   state_ = State::kConnected;
   handshakeTimer_.stop();
+  // A thread blocked on the main port keeps taking events, so the stub never waits on this
+  // proxy; the loop hands them out when it runs again.
+  drained_.onWake(context_, onDrain, this);
+  main_->drainWhileBlocked(callback_.get(), [this] { drained_.wake(); });
   // The main port is read only by create_from_port; the loop only notices it hang up.
   mainWatch_.watchFd(context_, main_->fd(), static_cast<GIOCondition>(G_IO_HUP | G_IO_ERR),
                      onMainHangUp, this);
@@ -276,7 +287,7 @@ gboolean Proxy::onHandshakeTimeout(void *data) {
 
 gboolean Proxy::onDrain(void *data) {
   onCallbackReadable(-1, G_IO_IN, data);
-  return G_SOURCE_REMOVE;
+  return G_SOURCE_CONTINUE;
 }
 
 }  // namespace platform

@@ -78,6 +78,7 @@ class Proxy : public std::enable_shared_from_this<Proxy> {
   LoopSource mainWatch_;
   LoopSource callbackWatch_;
   LoopSource deferred_;
+  LoopSource drained_;
   LoopSource handshakeTimer_;
   int pendingError_ = 0;
 };

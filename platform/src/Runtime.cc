@@ -7,17 +7,36 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace platform {
 
 namespace {
 
 constexpr int kDefaultReadTimeoutMs = 10000;
+constexpr size_t kDefaultSendQueueLimit = size_t{64} << 20;
 
 std::string environment(const char *name) {
   const char *value = std::getenv(name);
   return value != nullptr ? std::string(value) : std::string();
 }
+
+// A positive decimal number from the environment, or std::nullopt.
+std::optional<unsigned long long> positiveNumber(const char *name) {
+  const char *text = std::getenv(name);
+  if (text == nullptr || *text < '0' || *text > '9') {
+    return std::nullopt;
+  }
+  char *end = nullptr;
+  errno = 0;
+  const unsigned long long value = std::strtoull(text, &end, 10);
+  if (*end != '\0' || errno != 0 || value == 0) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+}  // namespace
 
 std::string runtimeDirectory() {
   std::string dir = environment("RPC_PORT_RUNTIME_DIR");
@@ -30,6 +49,8 @@ std::string runtimeDirectory() {
   }
   return "/tmp/rpc-port-" + std::to_string(getuid());
 }
+
+namespace {
 
 std::string trimmed(const std::string &text) {
   const size_t first = text.find_first_not_of(" \t");
@@ -66,14 +87,33 @@ bool holdsPrivilege(const std::string &list, const std::string &privilege) {
 }
 
 int readTimeoutMs() {
-  const char *text = std::getenv("RPC_PORT_READ_TIMEOUT_MS");
-  if (text == nullptr || *text == '\0') {
-    return kDefaultReadTimeoutMs;
+  const std::optional<unsigned long long> value = positiveNumber("RPC_PORT_READ_TIMEOUT_MS");
+  return value && *value <= INT32_MAX ? static_cast<int>(*value) : kDefaultReadTimeoutMs;
+}
+
+size_t sendQueueLimit() {
+  const std::optional<unsigned long long> value = positiveNumber("RPC_PORT_SEND_QUEUE_MAX");
+  return value && *value <= SIZE_MAX ? static_cast<size_t>(*value) : kDefaultSendQueueLimit;
+}
+
+std::vector<uid_t> extraAllowedUids() {
+  const std::string list = environment("RPC_PORT_ALLOWED_UIDS");
+  std::vector<uid_t> uids;
+  size_t start = 0;
+  while (start < list.size()) {
+    size_t end = list.find(',', start);
+    if (end == std::string::npos) {
+      end = list.size();
+    }
+    const std::string entry = trimmed(list.substr(start, end - start));
+    char *last = nullptr;
+    const unsigned long uid = std::strtoul(entry.c_str(), &last, 10);
+    if (!entry.empty() && *last == '\0' && uid < UINT32_MAX) {
+      uids.push_back(static_cast<uid_t>(uid));
+    }
+    start = end + 1;
   }
-  char *end = nullptr;
-  const long value = std::strtol(text, &end, 10);
-  return (*end == '\0' && value > 0 && value <= INT32_MAX) ? static_cast<int>(value)
-                                                           : kDefaultReadTimeoutMs;
+  return uids;
 }
 
 bool isValidName(const char *name) {
@@ -87,18 +127,6 @@ std::string appDirectory(const std::string &appId) {
 
 std::string socketPath(const std::string &appId, const std::string &portName) {
   return appDirectory(appId) + "/" + portName;
-}
-
-bool makeDirectories(const std::string &path) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos;
-       slash = path.find('/', slash + 1)) {
-    ::mkdir(path.substr(0, slash).c_str(), 0700);
-  }
-  if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-  }
-  return false;
 }
 
 }  // namespace platform

@@ -67,13 +67,27 @@ int listenUnix(const std::string &path, UniqueFd *out) {
   return error;
 }
 
-UniqueFd acceptConnection(int listener) {
+int acceptConnection(int listener, UniqueFd *out) {
   for (;;) {
     const int fd = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (fd >= 0 || errno != EINTR) {
-      return UniqueFd(fd);
+    if (fd >= 0) {
+      out->reset(fd);
+      return 0;
+    }
+    if (errno != EINTR) {
+      return errno == EWOULDBLOCK ? -EAGAIN : -errno;
     }
   }
+}
+
+int peerUid(int fd, uid_t *uid) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) < 0) {
+    return -errno;
+  }
+  *uid = credentials.uid;
+  return 0;
 }
 
 }  // namespace platform

@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 
 #include "Runtime.h"
 #include "Socket.h"
+#include "Trust.h"
 
 namespace platform {
 
@@ -24,9 +27,28 @@ int listenOutcome(int error) {
   }
 }
 
+// How long accept() rests after running out of descriptors; short, so that new clients get in
+// soon after descriptors are free, and long enough that the loop idles meanwhile.
+constexpr unsigned kAcceptBackOffMs = 100;
+
 int sendAck(Port &port, const Ack &ack) {
   const Parcel frame = encodeAck(ack);
   return port.send(frame.bytes.data(), frame.bytes.size());
+}
+
+bool outOfDescriptors(int error) {
+  return error == -EMFILE || error == -ENFILE || error == -ENOBUFS || error == -ENOMEM;
+}
+
+// The number after the last '@' of an instance id, or 0.
+unsigned instanceSerial(const std::string &instance) {
+  const size_t at = instance.rfind('@');
+  if (at == std::string::npos || at + 1 == instance.size()) {
+    return 0;
+  }
+  char *end = nullptr;
+  const unsigned long serial = std::strtoul(instance.c_str() + at + 1, &end, 10);
+  return *end == '\0' && serial <= UINT32_MAX ? static_cast<unsigned>(serial) : 0;
 }
 
 }  // namespace
@@ -44,8 +66,9 @@ int Stub::listen() {
   if (listener_.get() >= 0 || !isValidName(appId.c_str())) {
     return RPC_PORT_ERROR_INVALID_PARAMETER;
   }
-  if (!makeDirectories(appDirectory(appId))) {
-    return listenOutcome(-errno);
+  const int unsafe = securePortDirectory(appId, DirectoryUse::kCreate);
+  if (unsafe != 0) {
+    return listenOutcome(unsafe);
   }
   path_ = socketPath(appId, portName_);
   const int error = listenUnix(path_, &listener_);
@@ -58,11 +81,23 @@ int Stub::listen() {
 
 Port *Stub::port(rpc_port_port_type_e type, const std::string &instance) const {
   const auto found = clients_.find(instance);
-  return found != clients_.end() ? found->second->port(type) : nullptr;
+  if (found != clients_.end()) {
+    return found->second->port(type);
+  }
+  return wasClosed(instance) ? &closedPort_ : nullptr;
+}
+
+bool Stub::wasClosed(const std::string &instance) const {
+  const unsigned serial = instanceSerial(instance);
+  return serial != 0 && serial <= nextInstance_ &&
+         std::none_of(clients_.begin(), clients_.end(), [serial](const auto &entry) {
+           return entry.second->serial() == serial;
+         });
 }
 
 void Stub::close() {
   listenerWatch_.stop();
+  acceptRetry_.stop();
   if (listener_.get() >= 0) {
     ::unlink(path_.c_str());
     listener_.reset();
@@ -94,17 +129,41 @@ void Stub::reportDisconnected(const StubClient &client) const {
   }
 }
 
+void Stub::retire(const StubClient &client) {
+  const auto found = clients_.find(client.instance());
+  if (found == clients_.end()) {
+    return;
+  }
+  retired_.push_back(std::move(found->second));
+  clients_.erase(found);
+  if (!reaper_.active()) {
+    reaper_.idle(context_, onReap, this);
+  }
+}
+
 void Stub::acceptAll() {
-  for (UniqueFd fd = acceptConnection(listener_.get()); fd.get() >= 0;
-       fd = acceptConnection(listener_.get())) {
+  UniqueFd fd;
+  int error = 0;
+  while ((error = acceptConnection(listener_.get(), &fd)) == 0) {
     auto pending = std::make_unique<PendingSocket>();
     pending->stub = this;
     pending->port = std::make_unique<Port>(std::move(fd), readTimeoutMs());
     pending->watch.watchFd(context_, pending->port->fd(),
                            static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
                            onPendingReadable, pending.get());
+    pending->timer.timeout(context_, static_cast<unsigned>(readTimeoutMs()), onPendingTimeout,
+                           pending.get());
     pending_.push_back(std::move(pending));
   }
+  if (outOfDescriptors(error)) {
+    pauseAccepting();
+  }
+}
+
+// The waiting connection stays in the backlog; watching the socket now would only spin.
+void Stub::pauseAccepting() {
+  listenerWatch_.stop();
+  acceptRetry_.timeout(context_, kAcceptBackOffMs, onAcceptRetry, this);
 }
 
 // A new connection's first frame says what it is; anything but a hello closes it.
@@ -116,6 +175,7 @@ void Stub::readHello(PendingSocket *pending) {
   }
   std::unique_ptr<PendingSocket> owned = takePending(pending);
   owned->watch.stop();
+  owned->timer.stop();
   Parcel frame;
   if (state != FrameState::kComplete || owned->port->receive(frame) != 0) {
     return;
@@ -138,21 +198,23 @@ std::unique_ptr<Stub::PendingSocket> Stub::takePending(PendingSocket *pending) {
 }
 
 void Stub::admit(std::unique_ptr<Port> port, const Hello &hello) {
-  if (!allows(hello.detail)) {
+  if (!isAllowedPeer(port->fd()) || !allows(hello.detail)) {
     sendAck(*port, Ack{RPC_PORT_ERROR_PERMISSION_DENIED, std::string()});
     return;
   }
-  std::string instance = hello.appId + "@" + std::to_string(++nextInstance_);
+  const unsigned serial = ++nextInstance_;
+  std::string instance = hello.appId + "@" + std::to_string(serial);
   if (sendAck(*port, Ack{RPC_PORT_ERROR_NONE, instance}) != 0) {
     return;
   }
-  auto client = std::make_unique<StubClient>(*this, hello.appId, instance, std::move(port));
+  auto client = std::make_unique<StubClient>(*this, hello.appId, instance, serial, std::move(port));
   clients_.emplace(std::move(instance), std::move(client));
 }
 
 void Stub::join(std::unique_ptr<Port> port, const Hello &hello) {
   const auto found = clients_.find(hello.detail);
-  if (found == clients_.end() || !found->second->awaitsCallbackPort() ||
+  if (!isAllowedPeer(port->fd()) || found == clients_.end() ||
+      !found->second->awaitsCallbackPort() ||
       found->second->sender() != hello.appId ||
       sendAck(*port, Ack{RPC_PORT_ERROR_NONE, hello.detail}) != 0) {
     return;
@@ -178,6 +240,28 @@ gboolean Stub::onPendingReadable(int /*fd*/, GIOCondition /*condition*/, void *p
   const std::shared_ptr<Stub> stub = socket->stub->shared_from_this();
   stub->readHello(socket);
   return G_SOURCE_CONTINUE;
+}
+
+gboolean Stub::onPendingTimeout(void *pending) {
+  auto *socket = static_cast<PendingSocket *>(pending);
+  // Dropping it closes the socket and destroys this timer.
+  socket->stub->takePending(socket);
+  return G_SOURCE_REMOVE;
+}
+
+gboolean Stub::onAcceptRetry(void *self) {
+  auto *stub = static_cast<Stub *>(self);
+  stub->listenerWatch_.watchFd(stub->context_, stub->listener_.get(), G_IO_IN, onListenerReadable,
+                               stub);
+  stub->acceptAll();
+  return G_SOURCE_REMOVE;
+}
+
+gboolean Stub::onReap(void *self) {
+  auto *stub = static_cast<Stub *>(self);
+  stub->reaper_.stop();
+  stub->retired_.clear();
+  return G_SOURCE_REMOVE;
 }
 
 }  // namespace platform

@@ -2,6 +2,10 @@
 // (see Handshake.h), refuses proxies that lack a required privilege, and reports each joined
 // connection by its instance id. All events run on the main context that was thread-default when
 // the stub was created.
+//
+// A connection that does not complete its handshake within the read timeout is closed. A closed
+// connection is freed on the next loop iteration; its ports then read as a closed port. When
+// accept() runs out of descriptors, the stub stops watching its socket for a short back-off.
 #pragma once
 
 #include <memory>
@@ -39,15 +43,21 @@ class Stub : public std::enable_shared_from_this<Stub> {
   void reportConnected(const StubClient &client) const;
   int reportReceived(const StubClient &client) const;
   void reportDisconnected(const StubClient &client) const;
+  // Takes a closed connection out of the stub; it is freed once the current event is over.
+  void retire(const StubClient &client);
 
  private:
   struct PendingSocket {
     Stub *stub;
     std::unique_ptr<Port> port;
     LoopSource watch;
+    LoopSource timer;
   };
 
   void acceptAll();
+  void pauseAccepting();
+  // True when `instance` names a connection this stub made and has closed since.
+  bool wasClosed(const std::string &instance) const;
   void readHello(PendingSocket *pending);
   std::unique_ptr<PendingSocket> takePending(PendingSocket *pending);
   void admit(std::unique_ptr<Port> port, const Hello &hello);
@@ -56,6 +66,9 @@ class Stub : public std::enable_shared_from_this<Stub> {
 
   static gboolean onListenerReadable(int fd, GIOCondition condition, void *self);
   static gboolean onPendingReadable(int fd, GIOCondition condition, void *pending);
+  static gboolean onPendingTimeout(void *pending);
+  static gboolean onAcceptRetry(void *self);
+  static gboolean onReap(void *self);
 
   GMainContext *context_;
   const std::string portName_;
@@ -63,8 +76,13 @@ class Stub : public std::enable_shared_from_this<Stub> {
   std::vector<std::string> privileges_;
   UniqueFd listener_;
   LoopSource listenerWatch_;
+  LoopSource acceptRetry_;
   std::vector<std::unique_ptr<PendingSocket>> pending_;
   std::unordered_map<std::string, std::unique_ptr<StubClient>> clients_;
+  std::vector<std::unique_ptr<StubClient>> retired_;
+  LoopSource reaper_;
+  // What the ports of a closed connection read as: every send and read fails.
+  mutable Port closedPort_{UniqueFd(), 0};
   unsigned nextInstance_ = 0;
 };
 

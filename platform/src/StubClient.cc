@@ -1,18 +1,21 @@
 #include "StubClient.h"
 
+#include "Runtime.h"
 #include "Stub.h"
 
 namespace platform {
 
-StubClient::StubClient(Stub &stub, std::string sender, std::string instance,
+StubClient::StubClient(Stub &stub, std::string sender, std::string instance, unsigned serial,
                        std::unique_ptr<Port> main)
     : stub_(stub),
       sender_(std::move(sender)),
+      serial_(serial),
       instance_(std::move(instance)),
       main_(std::move(main)) {
   mainWatch_.watchFd(stub_.context(), main_->fd(),
                      static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR), onMainReadable,
                      this);
+  joinTimer_.timeout(stub_.context(), static_cast<unsigned>(readTimeoutMs()), onJoinTimeout, this);
 }
 
 Port *StubClient::port(rpc_port_port_type_e type) const {
@@ -25,6 +28,10 @@ Port *StubClient::port(rpc_port_port_type_e type) const {
 void StubClient::attachCallback(std::unique_ptr<Port> callback) {
   callback_ = std::move(callback);
   state_ = State::kConnected;
+  joinTimer_.stop();
+  const size_t limit = sendQueueLimit();
+  mainWriter_.emplace(stub_.context(), *main_, limit, [this] { end(); });
+  callbackWriter_.emplace(stub_.context(), *callback_, limit, [this] { end(); });
   // Proxies never send on their callback port; the stub only needs to notice it hang up.
   callbackWatch_.watchFd(stub_.context(), callback_->fd(),
                          static_cast<GIOCondition>(G_IO_HUP | G_IO_ERR), onCallbackHangUp, this);
@@ -34,6 +41,12 @@ void StubClient::close() {
   state_ = State::kClosed;
   mainWatch_.stop();
   callbackWatch_.stop();
+  joinTimer_.stop();
+  for (std::optional<PortWriter> *writer : {&mainWriter_, &callbackWriter_}) {
+    if (writer->has_value()) {
+      (*writer)->stop();
+    }
+  }
   for (Port *port : {main_.get(), callback_.get()}) {
     if (port != nullptr) {
       port->close();
@@ -41,13 +54,17 @@ void StubClient::close() {
   }
 }
 
-// Closes the connection and, when it had been reported connected, reports it gone.
 void StubClient::end() {
+  if (state_ == State::kClosed) {
+    return;
+  }
+  const std::shared_ptr<Stub> stub = stub_.shared_from_this();
   const bool wasConnected = state_ == State::kConnected;
   close();
   if (wasConnected) {
-    stub_.reportDisconnected(*this);
+    stub->reportDisconnected(*this);
   }
+  stub->retire(*this);
 }
 
 // One `received` per complete frame; a frame the callback leaves is dropped so the loop moves on.
@@ -74,21 +91,29 @@ gboolean StubClient::onMainReadable(int /*fd*/, GIOCondition /*condition*/, void
   const bool open = client->main_->fillAvailable();
   if (client->state_ == State::kAwaitCallback) {
     // Nothing may arrive before the connection is complete.
-    client->close();
+    client->end();
+    return G_SOURCE_CONTINUE;
+  }
+  if (client->main_->broken()) {
+    client->end();
     return G_SOURCE_CONTINUE;
   }
   client->dispatchFrames();
   if (client->state_ == State::kConnected &&
-      (!open || client->main_->bufferedFrame() == FrameState::kBroken)) {
+      (!open || client->main_->broken() ||
+       client->main_->bufferedFrame() == FrameState::kBroken)) {
     client->end();
   }
   return G_SOURCE_CONTINUE;
 }
 
 gboolean StubClient::onCallbackHangUp(int /*fd*/, GIOCondition /*condition*/, void *self) {
-  auto *client = static_cast<StubClient *>(self);
-  const std::shared_ptr<Stub> stub = client->stub_.shared_from_this();
-  client->end();
+  static_cast<StubClient *>(self)->end();
+  return G_SOURCE_CONTINUE;
+}
+
+gboolean StubClient::onJoinTimeout(void *self) {
+  static_cast<StubClient *>(self)->end();
   return G_SOURCE_CONTINUE;
 }
 

@@ -1,12 +1,16 @@
 // One proxy connection as a stub sees it: the main port (requests in, replies out) and the
-// callback port (events out), known by the instance id the stub gave it.
+// callback port (events out), known by the instance id the stub gave it. Sends on both ports are
+// queued and written from the stub's loop (see PortWriter), so a slow reader never blocks it.
+// A connection whose callback port has not joined within the read timeout is closed.
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "LoopSource.h"
 #include "Port.h"
+#include "PortWriter.h"
 
 namespace platform {
 
@@ -14,13 +18,15 @@ class Stub;
 
 class StubClient {
  public:
-  StubClient(Stub &stub, std::string sender, std::string instance, std::unique_ptr<Port> main);
+  StubClient(Stub &stub, std::string sender, std::string instance, unsigned serial,
+             std::unique_ptr<Port> main);
   StubClient(const StubClient &) = delete;
   StubClient &operator=(const StubClient &) = delete;
   ~StubClient() = default;
 
   const std::string &sender() const { return sender_; }
   const std::string &instance() const { return instance_; }
+  unsigned serial() const { return serial_; }
   bool awaitsCallbackPort() const { return state_ == State::kAwaitCallback; }
   // The port of `type`, or nullptr while the callback port has not joined.
   Port *port(rpc_port_port_type_e type) const;
@@ -34,19 +40,26 @@ class StubClient {
   enum class State { kAwaitCallback, kConnected, kClosed };
 
   void dispatchFrames();
+  // Closes the connection, reports it gone when it had been reported connected, and hands it
+  // back to the stub to be freed.
   void end();
 
   static gboolean onMainReadable(int fd, GIOCondition condition, void *self);
   static gboolean onCallbackHangUp(int fd, GIOCondition condition, void *self);
+  static gboolean onJoinTimeout(void *self);
 
   Stub &stub_;
   const std::string sender_;
+  const unsigned serial_;
   const std::string instance_;
   State state_ = State::kAwaitCallback;
   std::unique_ptr<Port> main_;
   std::unique_ptr<Port> callback_;
+  std::optional<PortWriter> mainWriter_;
+  std::optional<PortWriter> callbackWriter_;
   LoopSource mainWatch_;
   LoopSource callbackWatch_;
+  LoopSource joinTimer_;
 };
 
 }  // namespace platform

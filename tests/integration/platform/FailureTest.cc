@@ -132,7 +132,7 @@ TEST_F(FailureTest, StubDyingMidRequestEndsTheBlockedRead) {
   EXPECT_EQ(1, proxy.disconnectedCount);
 }
 
-TEST_F(FailureTest, SilentStubMakesTheReadTimeOut) {
+TEST_F(FailureTest, ReadTimeoutEndsTheConnectionOnce) {
   constexpr int kTimeoutMs = 300;
   ::setenv("RPC_PORT_READ_TIMEOUT_MS", std::to_string(kTimeoutMs).c_str(), 1);
   TestStub stub;
@@ -154,9 +154,14 @@ TEST_F(FailureTest, SilentStubMakesTheReadTimeOut) {
   const auto waited = Clock::now() - start;
   EXPECT_GE(waited, std::chrono::milliseconds(kTimeoutMs));
   EXPECT_LT(waited, std::chrono::milliseconds(kTimeoutMs * 5));
-  // A timeout is not a broken connection.
-  dispatchPending(context());
+  // A late reply must never answer a later read: the timeout ends the connection, and the
+  // disconnect is reported from the loop, not inside the read.
   EXPECT_EQ(0, proxy.disconnectedCount);
+  ASSERT_TRUE(runUntil([&] { return proxy.disconnectedCount == 1 && stub.disconnected.size() == 1; }));
+  dispatchPending(context());
+  EXPECT_EQ(1, proxy.disconnectedCount);
+  EXPECT_EQ(RPC_PORT_ERROR_IO_ERROR, proxy.sendRequest(2));
+  EXPECT_EQ(RPC_PORT_ERROR_IO_ERROR, proxy.readReply(&reply));
 }
 
 // A stub played by hand: accepts the proxy's two connections and acknowledges them.
