@@ -48,9 +48,10 @@ std::vector<Outgoing> Agent::disconnect(const std::string &instance) {
   return takeOutbox();
 }
 
-std::string Agent::describe(const std::string &instance) {
+Peer Agent::peer(const std::string &instance) {
   const Client *client = clients_.find(instance);
-  return client == nullptr ? instance : client->address + " " + client->sender;
+  return client == nullptr ? Peer{"", "", instance}
+                           : Peer{client->address, client->sender, instance};
 }
 
 Outcome Agent::handle(const std::string &instance, const Request &request) {

@@ -119,4 +119,26 @@ std::vector<Outgoing> Agent::play(const TimelineEntry &entry) {
   return takeOutbox();
 }
 
+std::vector<Outgoing> Agent::addDevice(SimDevice device) {
+  world_.add(std::move(device));
+  const SimDevice &added = world_.devices().back();
+  if (added.present) {
+    announce(added, EventKind::DeviceFound);
+  }
+  return takeOutbox();
+}
+
+std::vector<Outgoing> Agent::removeDevice(const std::string &address) {
+  if (const SimDevice *device = world_.findPresent(address)) {
+    announce(*device, EventKind::DeviceLost);
+  }
+  world_.remove(address);
+  return takeOutbox();
+}
+
+bool Agent::hasSimulatedDevice(const std::string &address) {
+  const SimDevice *device = world_.find(address);
+  return device != nullptr && device->owner.empty();
+}
+
 }  // namespace oxa_sim

@@ -1,10 +1,14 @@
 #include "ParcelIo.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace oxa_sim {
 
 namespace {
+
+// What a byte array may take before its first byte is read; it doubles as bytes arrive.
+constexpr size_t kFirstByteChunk = 4096;
 
 // Reads typed values in order and remembers whether any read failed.
 class Reader {
@@ -33,15 +37,23 @@ class Reader {
     return value;
   }
 
+  // The count comes from the wire: memory grows with the bytes actually read, never from the
+  // count alone, so a parcel that claims more than it holds costs no more than what it holds.
   Bytes bytes() {
     int count = 0;
     check(rpc_port_parcel_read_array_count(parcel_, &count));
-    Bytes value;
-    value.reserve(count > 0 ? static_cast<size_t>(count) : 0);
-    for (int i = 0; i < count && ok_; ++i) {
+    const size_t wanted = ok_ && count > 0 ? static_cast<size_t>(count) : 0;
+    Bytes value(std::min(wanted, kFirstByteChunk));
+    for (size_t filled = 0; filled < wanted; ++filled) {
+      if (filled == value.size()) {
+        value.resize(std::min(wanted, 2 * filled));
+      }
       char byte = 0;
-      check(rpc_port_parcel_read_byte(parcel_, &byte));
-      value.push_back(static_cast<unsigned char>(byte));
+      if (rpc_port_parcel_read_byte(parcel_, &byte) != RPC_PORT_ERROR_NONE) {
+        ok_ = false;
+        return {};
+      }
+      value[filled] = static_cast<unsigned char>(byte);
     }
     return value;
   }

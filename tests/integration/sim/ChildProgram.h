@@ -35,8 +35,8 @@ class ChildProgram {
   // Reads whatever output is available now.
   void drain();
 
-  pid_t pid() const { return child_.pid(); }
   void kill(int signal) const { child_.kill(signal); }
+  pid_t pid() const { return child_.pid(); }
   std::optional<int> waitExit(std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
  private:
