@@ -4,7 +4,8 @@
 set -eu
 
 build_pkgs="cmake ninja-build g++ pkgconf libglib2.0-dev libgtest-dev libgmock-dev
-            libbenchmark-dev nlohmann-json3-dev libcli11-dev"
+            libbenchmark-dev nlohmann-json3-dev libcli11-dev
+            valgrind"
 lint_pkgs="clang-format clang-tidy"
 fuzz_pkgs="clang-14 libfuzzer-14-dev"
 

@@ -66,12 +66,56 @@ inline int checkServiceType(int type) {
 }
 
 // Writes "<file>: <function>(<line>) > <message>" to the platform log under the tag "OXA_API".
+// For call sites whose function and line are only known at run time; OXA_LOG is cheaper.
 void writeLog(log_priority level, const char *file, const char *function, int line,
               const char *format, ...) __attribute__((format(printf, 5, 6)));
 
+// Writes `prefix` (of `prefixLength` bytes) followed by the printf of `format` and `args`.
+void writeLogLine(log_priority level, const char *prefix, size_t prefixLength, const char *format,
+                  va_list args) __attribute__((format(printf, 4, 0)));
+
+// One call site of OXA_LOG with a formatted message: its line prefix
+// "<file>: <function>(<line>) > " is built once, when the site is first reached.
+class LogSite {
+ public:
+  LogSite(const char *file, const char *function, int line);
+  void write(log_priority level, const char *format, ...) const
+      __attribute__((format(printf, 3, 4)));
+
+ private:
+  // Never freed: a site may still log while other objects are destroyed at exit.
+  const char *prefix;
+  size_t prefixLength;
+};
+
+// One call site of OXA_LOG with a constant message: the whole line is built once.
+class ConstantLogLine {
+ public:
+  ConstantLogLine(const char *file, const char *function, int line, const char *message);
+  void write(log_priority level) const { dlog_print(level, "OXA_API", "%s", text); }
+
+ private:
+  const char *text;  // never freed, as LogSite::prefix
+};
+
 }  // namespace Oxa::Capi
 
-#define OXA_LOG(level, ...) ::Oxa::Capi::writeLog(level, __FILE__, __func__, __LINE__, __VA_ARGS__)
+// OXA_LOG(level, message) or OXA_LOG(level, format, arguments...): the line of the call site.
+#define OXA_LOG(level, ...) \
+  OXA_LOG_SELECT(__VA_ARGS__, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, \
+                 OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, OXA_LOG_CONSTANT, \
+                 unused)(level, __VA_ARGS__)
+#define OXA_LOG_SELECT(_1, _2, _3, _4, _5, _6, _7, name, ...) name
+#define OXA_LOG_CONSTANT(level, message)                                                     \
+  do {                                                                                       \
+    static const ::Oxa::Capi::ConstantLogLine oxaLogLine(__FILE__, __func__, __LINE__, message); \
+    oxaLogLine.write(level);                                                                 \
+  } while (false)
+#define OXA_LOG_FORMATTED(level, ...)                                               \
+  do {                                                                              \
+    static const ::Oxa::Capi::LogSite oxaLogSite(__FILE__, __func__, __LINE__);     \
+    oxaLogSite.write(level, __VA_ARGS__);                                           \
+  } while (false)
 #define OXA_LOGD(...) OXA_LOG(DLOG_DEBUG, __VA_ARGS__)
 #define OXA_LOGI(...) OXA_LOG(DLOG_INFO, __VA_ARGS__)
 #define OXA_LOGW(...) OXA_LOG(DLOG_WARN, __VA_ARGS__)

@@ -16,52 +16,52 @@
 
 namespace Oxa::Capi {
 
-namespace {
+// Most lines fit here; longer ones are printed again into a string of their size. Debug lines
+// are built although the platform mostly filters them out, so this path stays short.
+constexpr size_t kStackLine = 512;
 
-// printf into `buffer`, or into `overflow` when the text is longer than the buffer.
-const char *formatInto(char *buffer, size_t size, std::string &overflow, const char *format,
-                       va_list args) {
+// Writes `prefix` followed by the printf of `format`, in one pass when it fits on the stack. A
+// message that cannot be printed is left empty.
+void writeLogLine(log_priority level, const char *prefix, size_t prefixLength, const char *format,
+                  va_list args) {
+  char stackLine[kStackLine];
   va_list retry;
   va_copy(retry, args);
-  const int length = std::vsnprintf(buffer, size, format, args);
-  const char *text = buffer;
-  if (length < 0) {
-    text = "";
-  } else if (static_cast<size_t>(length) >= size) {
-    overflow.resize(static_cast<size_t>(length) + 1);
-    std::vsnprintf(overflow.data(), overflow.size(), format, retry);
-    text = overflow.c_str();
+  int length = 0;
+  if (prefixLength < sizeof stackLine) {
+    std::memcpy(stackLine, prefix, prefixLength);
+    const size_t room = sizeof stackLine - prefixLength;
+    length = std::vsnprintf(stackLine + prefixLength, room, format, args);
+    if (length < 0 || static_cast<size_t>(length) < room) {
+      stackLine[length < 0 ? prefixLength : prefixLength + static_cast<size_t>(length)] = '\0';
+      va_end(retry);
+      dlog_print(level, "OXA_API", "%s", stackLine);
+      return;
+    }
+  } else {
+    va_list count;
+    va_copy(count, retry);
+    length = std::max(std::vsnprintf(nullptr, 0, format, count), 0);
+    va_end(count);
   }
+  std::string longLine(prefix, prefixLength);
+  longLine.resize(prefixLength + static_cast<size_t>(length) + 1);
+  std::vsnprintf(longLine.data() + prefixLength, static_cast<size_t>(length) + 1, format, retry);
   va_end(retry);
-  return text;
+  longLine.pop_back();
+  dlog_print(level, "OXA_API", "%s", longLine.c_str());
 }
 
-const char *formatInto(char *buffer, size_t size, std::string &overflow, const char *format, ...)
-    __attribute__((format(printf, 4, 5)));
-const char *formatInto(char *buffer, size_t size, std::string &overflow, const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  const char *text = formatInto(buffer, size, overflow, format, args);
-  va_end(args);
-  return text;
-}
-
-}  // namespace
-
+// Only for call sites known at run time (helpers that log in their caller's name), which are
+// rare: the prefix is built on each call. OXA_LOG keeps its site's prefix.
 void writeLog(log_priority level, const char *file, const char *function, int line,
               const char *format, ...) {
-  char messageBuffer[256];
-  std::string longMessage;
+  const std::string prefix =
+      std::string(file) + ": " + function + "(" + std::to_string(line) + ") > ";
   va_list args;
   va_start(args, format);
-  const char *message = formatInto(messageBuffer, sizeof(messageBuffer), longMessage, format, args);
+  writeLogLine(level, prefix.c_str(), prefix.size(), format, args);
   va_end(args);
-
-  char lineBuffer[512];
-  std::string longLine;
-  const char *text = formatInto(lineBuffer, sizeof(lineBuffer), longLine, "%s: %s(%d) > %s", file,
-                                function, line, message);
-  dlog_print(level, "OXA_API", "%s", text);
 }
 
 }  // namespace Oxa::Capi

@@ -3,41 +3,23 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "DlogSettings.h"
 #include "DlogSink.h"
 #include "Exported.h"
 
 namespace {
 
-// Letters indexed by log_priority; DEFAULT and UNKNOWN log as info.
+// Letters and their ranks (V < D < I < W < E < F < S) indexed by log_priority; DEFAULT and UNKNOWN
+// log as info.
 constexpr char kLetters[] = {'I', 'I', 'V', 'D', 'I', 'W', 'E', 'F', 'S'};
-constexpr const char kLetterOrder[] = "VDIWEFS";
+constexpr int kRanks[] = {2, 2, 0, 1, 2, 3, 4, 5, 6};
+constexpr int kSilentRank = 6;
 constexpr size_t kStackLine = 1024;
 
-char letterOf(log_priority prio) {
-  return (prio >= DLOG_UNKNOWN && prio <= DLOG_SILENT) ? kLetters[prio] : 'I';
-}
-
-// Rank of a level letter in V < D < I < W < E < F < S, or -1 for anything else.
-int rankOf(char letter) {
-  for (int rank = 0; kLetterOrder[rank] != '\0'; ++rank) {
-    if (kLetterOrder[rank] == letter) {
-      return rank;
-    }
-  }
-  return -1;
-}
-
-int thresholdRank() {
-  const char *level = std::getenv("DLOG_LEVEL");
-  const int rank = (level != nullptr) ? rankOf(*level) : -1;
-  return rank < 0 ? rankOf('I') : rank;
-}
-
-bool isLogged(char letter) {
-  return letter != 'S' && rankOf(letter) >= thresholdRank();
+int priorityIndex(log_priority prio) {
+  return (prio >= DLOG_UNKNOWN && prio <= DLOG_SILENT) ? static_cast<int>(prio) : DLOG_INFO;
 }
 
 // Formats the whole line into `stack`, or into `heap` when it does not fit; returns its length.
@@ -71,10 +53,13 @@ extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, 
   if (fmt == nullptr) {
     return -EINVAL;
   }
-  const char letter = letterOf(prio);
-  if (!isLogged(letter)) {
+  // Filtered lines are dropped before anything is formatted.
+  const int index = priorityIndex(prio);
+  const platform::DlogSettings settings = platform::currentDlogSettings();
+  if (kRanks[index] == kSilentRank || kRanks[index] < settings.thresholdRank) {
     return 0;
   }
+  const char letter = kLetters[index];
   char stack[kStackLine];
   std::string heap;
   const int length = formatLine(stack, heap, letter, tag != nullptr ? tag : "", fmt, ap);
@@ -82,7 +67,7 @@ extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, 
     return length;
   }
   const char *line = heap.empty() ? stack : heap.data();
-  return platform::writeLogLine(line, static_cast<size_t>(length));
+  return platform::writeLogLine(settings.file, line, static_cast<size_t>(length));
 }
 
 extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {

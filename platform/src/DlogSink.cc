@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <mutex>
 #include <string>
 
@@ -52,9 +51,8 @@ LogFile &logFile() {
 
 }  // namespace
 
-int writeLogLine(const char *line, size_t size) {
-  const char *path = std::getenv("DLOG_FILE");
-  if (path != nullptr && *path != '\0') {
+int writeLogLine(const char *path, const char *line, size_t size) {
+  if (path != nullptr) {
     return logFile().write(path, line, size);
   }
   return writeOnce(STDERR_FILENO, line, size);

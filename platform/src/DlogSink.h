@@ -6,7 +6,8 @@
 
 namespace platform {
 
-// Writes `size` bytes of one complete line; returns the bytes written or a negative errno.
-int writeLogLine(const char *line, size_t size);
+// Writes `size` bytes of one complete line to the file `path`, or to stderr when `path` is null;
+// returns the bytes written or a negative errno.
+int writeLogLine(const char *path, const char *line, size_t size);
 
 }  // namespace platform

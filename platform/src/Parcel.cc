@@ -2,32 +2,61 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the wire format is little-endian");
 
-namespace platform {
+namespace {
 
-void appendBytes(Parcel &parcel, const void *data, size_t size) {
-  const auto *first = static_cast<const uint8_t *>(data);
-  // Single values (byte arrays go one byte at a time) stay on push_back's inlined path; the
-  // general range insert costs a call and a memmove per value.
-  if (size <= sizeof(uint64_t)) {
-    for (size_t i = 0; i < size; ++i) {
-      parcel.bytes.push_back(first[i]);
+// Freed parcels kept by this thread for its next ones; released when the thread ends.
+class ParcelCache {
+ public:
+  ParcelCache() = default;
+  ParcelCache(const ParcelCache &) = delete;
+  ParcelCache &operator=(const ParcelCache &) = delete;
+  ~ParcelCache() {
+    while (count_ > 0) {
+      ::operator delete(blocks_[--count_]);
     }
-  } else {
-    parcel.bytes.insert(parcel.bytes.end(), first, first + size);
+  }
+
+  void *take() { return count_ > 0 ? blocks_[--count_] : nullptr; }
+  bool keep(void *block) {
+    if (count_ == kCapacity) {
+      return false;
+    }
+    blocks_[count_++] = block;
+    return true;
+  }
+
+ private:
+  static constexpr int kCapacity = 8;
+  void *blocks_[kCapacity] = {};
+  int count_ = 0;
+};
+
+// initial-exec: the library is loaded with the program, so an access is a single load.
+thread_local ParcelCache parcelCache __attribute__((tls_model("initial-exec")));
+
+}  // namespace
+
+void *rpc_port_parcel_s::operator new(size_t size) {
+  void *block = size == sizeof(rpc_port_parcel_s) ? parcelCache.take() : nullptr;
+  return block != nullptr ? block : ::operator new(size);
+}
+
+void *rpc_port_parcel_s::operator new(size_t size, const std::nothrow_t &) noexcept {
+  void *block = size == sizeof(rpc_port_parcel_s) ? parcelCache.take() : nullptr;
+  return block != nullptr ? block : ::operator new(size, std::nothrow);
+}
+
+void rpc_port_parcel_s::operator delete(void *block) noexcept {
+  if (block != nullptr && !parcelCache.keep(block)) {
+    ::operator delete(block);
   }
 }
 
-bool readBytes(Parcel &parcel, void *out, size_t size) {
-  if (parcel.bytes.size() - parcel.readOffset < size) {
-    return false;
-  }
-  std::memcpy(out, parcel.bytes.data() + parcel.readOffset, size);
-  parcel.readOffset += size;
-  return true;
-}
+namespace platform {
 
 void appendString(Parcel &parcel, const char *text) {
   const size_t length = std::strlen(text) + 1;
@@ -36,7 +65,7 @@ void appendString(Parcel &parcel, const char *text) {
 }
 
 char *readString(Parcel &parcel) {
-  const size_t left = parcel.bytes.size() - parcel.readOffset;
+  const size_t left = bytesLeft(parcel);
   int32_t count = 0;
   if (left < sizeof count) {
     return nullptr;

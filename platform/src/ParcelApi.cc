@@ -44,8 +44,13 @@ extern "C" int rpc_port_parcel_destroy(rpc_port_parcel_h h) {
   return RPC_PORT_ERROR_NONE;
 }
 
+// Byte arrays travel one byte per call: the whole call is a check, a store and a return.
 extern "C" int rpc_port_parcel_write_byte(rpc_port_parcel_h h, char b) {
-  return writeValue(h, b);
+  if (h == nullptr) {
+    return RPC_PORT_ERROR_INVALID_PARAMETER;
+  }
+  h->bytes.push(static_cast<uint8_t>(b));
+  return RPC_PORT_ERROR_NONE;
 }
 
 extern "C" int rpc_port_parcel_write_int16(rpc_port_parcel_h h, short i) {
@@ -85,7 +90,15 @@ extern "C" int rpc_port_parcel_write_string(rpc_port_parcel_h h, const char *str
 }
 
 extern "C" int rpc_port_parcel_read_byte(rpc_port_parcel_h h, char *b) {
-  return readValue(h, b);
+  if (h == nullptr || b == nullptr) {
+    return RPC_PORT_ERROR_INVALID_PARAMETER;
+  }
+  if (h->readOffset == h->bytes.size()) {
+    *b = 0;
+    return RPC_PORT_ERROR_IO_ERROR;
+  }
+  *b = static_cast<char>(h->bytes.data()[h->readOffset++]);
+  return RPC_PORT_ERROR_NONE;
 }
 
 extern "C" int rpc_port_parcel_read_int16(rpc_port_parcel_h h, short *i) {

@@ -234,6 +234,9 @@ void Reset() {
     std::lock_guard<std::mutex> lock(current.mutex);
     current.parcels.clear();
     current.parcelsCreated = 0;
+    for (auto &proxy : current.proxies) {
+      current.retiredProxies.push_back(std::move(proxy));
+    }
     current.proxies.clear();
     current.stubs.clear();
     current.proxiesCreated = 0;

@@ -57,6 +57,9 @@ struct State {
   std::unordered_map<rpc_port_parcel_s *, std::unique_ptr<rpc_port_parcel_s>> parcels;
   size_t parcelsCreated = 0;
   std::vector<std::unique_ptr<rpc_port_proxy_s>> proxies;  // live, in creation order
+  // Handles live at a Reset: kept allocated (and unknown) so that no later handle gets the same
+  // address while the handler singleton may still hold one of them.
+  std::vector<std::unique_ptr<rpc_port_proxy_s>> retiredProxies;
   std::vector<std::unique_ptr<rpc_port_stub_s>> stubs;
   int proxiesCreated = 0;
   int proxiesDestroyed = 0;

@@ -1,0 +1,115 @@
+#include "CallgrindRun.h"
+
+#include <glib.h>
+#include <glib/gstdio.h>
+
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+constexpr char kDumpPrefix[] = "callgrind.out";
+constexpr char kNameLine[] = "desc: Trigger: Client Request: ";
+constexpr char kSummaryLine[] = "summary: ";
+
+struct GFreeDeleter {
+  void operator()(void *pointer) const { g_free(pointer); }
+};
+
+bool startsWith(const std::string &text, const char *prefix) {
+  return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
+}
+
+// Reads one dump: its region name (empty for the dump at exit) and its instruction count.
+void readDump(const std::string &path, RegionCounts &counts) {
+  std::ifstream in(path);
+  std::string name;
+  long long instructions = -1;
+  for (std::string line; std::getline(in, line);) {
+    if (startsWith(line, kNameLine)) {
+      name = line.substr(std::char_traits<char>::length(kNameLine));
+    } else if (startsWith(line, kSummaryLine)) {
+      instructions = std::stoll(line.substr(std::char_traits<char>::length(kSummaryLine)));
+    }
+  }
+  if (!name.empty() && instructions >= 0) {
+    counts[name] = instructions;
+  }
+}
+
+// A temporary directory, removed with the dumps in it.
+class DumpDir {
+ public:
+  DumpDir() : path_(makeDir()) {}
+  ~DumpDir() {
+    if (GDir *dir = g_dir_open(path_.c_str(), 0, nullptr)) {
+      while (const char *entry = g_dir_read_name(dir)) {
+        g_remove((path_ + "/" + entry).c_str());
+      }
+      g_dir_close(dir);
+    }
+    g_rmdir(path_.c_str());
+  }
+  DumpDir(const DumpDir &) = delete;
+  DumpDir &operator=(const DumpDir &) = delete;
+
+  const std::string &path() const { return path_; }
+
+  RegionCounts counts() const {
+    RegionCounts counts;
+    GDir *dir = g_dir_open(path_.c_str(), 0, nullptr);
+    if (dir == nullptr) {
+      return counts;
+    }
+    while (const char *entry = g_dir_read_name(dir)) {
+      if (startsWith(entry, kDumpPrefix)) {
+        readDump(path_ + "/" + entry, counts);
+      }
+    }
+    g_dir_close(dir);
+    return counts;
+  }
+
+ private:
+  static std::string makeDir() {
+    const std::unique_ptr<char, GFreeDeleter> made(g_dir_make_tmp("oxa-cost-XXXXXX", nullptr));
+    if (!made) {
+      throw std::runtime_error("cannot create a temporary directory");
+    }
+    return made.get();
+  }
+
+  std::string path_;
+};
+
+}  // namespace
+
+RegionCounts runUnderCallgrind(const std::vector<std::string> &argv) {
+  const DumpDir dumps;
+  std::vector<std::string> command = {
+      "valgrind", "--tool=callgrind", "--quiet", "--trace-children=no",
+      "--callgrind-out-file=" + dumps.path() + "/" + kDumpPrefix};
+  command.insert(command.end(), argv.begin(), argv.end());
+  std::vector<char *> args;
+  for (std::string &arg : command) {
+    args.push_back(arg.data());
+  }
+  args.push_back(nullptr);
+  int status = 0;
+  GError *error = nullptr;
+  if (!g_spawn_sync(nullptr, args.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr,
+                    nullptr, &status, &error)) {
+    const std::string message = error->message;
+    g_error_free(error);
+    throw std::runtime_error("cannot run valgrind: " + message);
+  }
+  if (!g_spawn_check_wait_status(status, nullptr)) {
+    throw std::runtime_error("the probe failed under callgrind");
+  }
+  return dumps.counts();
+}
+
+}  // namespace bench

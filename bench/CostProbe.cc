@@ -1,0 +1,183 @@
+#include "CostProbe.h"
+
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+constexpr auto kStepTimeout = std::chrono::seconds(10);
+// Bounds the whole run: a stalled agent ends it instead of hanging the check.
+constexpr guint kRunDeadlineSeconds = 60;
+
+// Builds the scenario: kProbeDevices present devices, without echo, advertised data or contexts.
+std::string scenarioJson() {
+  std::string json = R"({"devices": [)";
+  for (int index = 0; index < kProbeDevices; ++index) {
+    char device[128];
+    std::snprintf(device, sizeof device,
+                  R"(%s{"address": "B0:00:00:00:00:%02X", "type": 1, "name": "Probe Device %02d"})",
+                  index == 0 ? "" : ", ", index, index);
+    json += device;
+  }
+  return json + "]}";
+}
+
+// Frames one measured region: counters zeroed on entry, dumped under `name` on exit.
+class Region {
+ public:
+  explicit Region(std::string name) : name_(std::move(name)) { CALLGRIND_ZERO_STATS; }
+  ~Region() { CALLGRIND_DUMP_STATS_AT(name_.c_str()); }
+  Region(const Region &) = delete;
+  Region &operator=(const Region &) = delete;
+
+ private:
+  std::string name_;
+};
+
+}  // namespace
+
+std::string regionName(const std::string &path, int repetitions) {
+  return path + "-" + std::to_string(repetitions);
+}
+
+CostProbe::CostProbe() : scenarioPath_(runtimeDir_.path() + "/scenario.json") {
+  std::ofstream(scenarioPath_) << scenarioJson();
+  agent_ = std::make_unique<oxa::test::ChildProgram>(
+      oxa::test::simCommand(runtimeDir_.path(), {"--scenario", scenarioPath_}));
+  expect(agent_->waitForOutput(oxa::test::kSimReadyLine, kStepTimeout),
+         "the agent did not start: " + agent_->output());
+  deadline_ = g_timeout_add_seconds(kRunDeadlineSeconds, &CostProbe::onDeadline, this);
+  initialize();
+  callbackService_ = createService(OXA_SERVICE_TYPE_1);
+  expect(oxa_set_device_found_cb(callbackService_.get(), &CostProbe::onFound, this) ==
+             OXA_ERROR_NONE,
+         "oxa_set_device_found_cb failed");
+  registerService(callbackService_.get());
+  plainService_ = createService(OXA_SERVICE_TYPE_3);
+}
+
+CostProbe::~CostProbe() {
+  plainService_.reset();
+  callbackService_.reset();
+  if (libraryUp_) {
+    oxa_deinitialize();
+  }
+  if (deadline_ != 0) {
+    g_source_remove(deadline_);
+  }
+}
+
+void CostProbe::expect(bool holds, const std::string &step) const {
+  if (!holds || timedOut_) {
+    throw std::runtime_error(timedOut_ ? step + " (run deadline passed)" : step);
+  }
+}
+
+void CostProbe::runUntilCount(const long long &counter, long long target, const char *what) {
+  while (counter < target && !timedOut_) {
+    g_main_context_iteration(nullptr, TRUE);
+  }
+  expect(counter >= target, what);
+}
+
+void CostProbe::initialize() {
+  expect(oxa_initialize(&CostProbe::onInitialized, this) == OXA_ERROR_NONE,
+         "oxa_initialize failed");
+  libraryUp_ = true;
+  while (initialized_ > 0 && !timedOut_) {
+    g_main_context_iteration(nullptr, TRUE);
+  }
+  expect(initialized_ == OXA_ERROR_NONE, "initialization failed");
+}
+
+CostProbe::Service CostProbe::createService(oxa_service_type_e type) {
+  oxa_service_h service = nullptr;
+  expect(oxa_service_create(type, &service) == OXA_ERROR_NONE, "oxa_service_create failed");
+  return Service(service);
+}
+
+void CostProbe::registerService(oxa_service_h service) {
+  registered_ = 1;
+  expect(oxa_service_register(service, &CostProbe::onRegistered, this) == OXA_ERROR_NONE,
+         "oxa_service_register failed");
+  while (registered_ > 0 && !timedOut_) {
+    g_main_context_iteration(nullptr, TRUE);
+  }
+  expect(registered_ == OXA_ERROR_NONE, "service registration failed");
+}
+
+void CostProbe::requests(int repetitions) {
+  const Region region(regionName("request", repetitions));
+  for (int index = 0; index < repetitions; ++index) {
+    if (oxa_start_discovery(plainService_.get()) != OXA_ERROR_NONE) {
+      throw std::runtime_error("oxa_start_discovery failed");
+    }
+  }
+}
+
+void CostProbe::discoveryRounds(int repetitions) {
+  const Region region(regionName("discovery", repetitions));
+  for (int index = 0; index < repetitions; ++index) {
+    const long long target = found_ + kProbeDevices;
+    if (oxa_start_discovery(callbackService_.get()) != OXA_ERROR_NONE) {
+      throw std::runtime_error("oxa_start_discovery failed");
+    }
+    runUntilCount(found_, target, "device-found events missing");
+  }
+}
+
+void CostProbe::commands(int repetitions, int payload) {
+  const std::vector<unsigned char> bytes(static_cast<size_t>(payload), 0x5a);
+  oxa_command_h command = nullptr;
+  expect(oxa_command_create(kCommandTarget, OXA_COMMAND_TYPE_1, 1, bytes.data(), payload,
+                            &command) == OXA_ERROR_NONE,
+         "oxa_command_create failed");
+  const std::unique_ptr<std::remove_pointer_t<oxa_command_h>, int (*)(oxa_command_h)> owned(
+      command, oxa_command_destroy);
+  const Region region(regionName("command" + std::to_string(payload), repetitions));
+  for (int sent = 0; sent < repetitions; sent += kCommandBurst) {
+    const long long target = sent_ + kCommandBurst;
+    for (int index = 0; index < kCommandBurst; ++index) {
+      if (oxa_send_command(callbackService_.get(), command, &CostProbe::onSent, this) !=
+          OXA_ERROR_NONE) {
+        throw std::runtime_error("oxa_send_command failed");
+      }
+    }
+    runUntilCount(sent_, target, "command-sent events missing");
+  }
+  expect(failedSends_ == 0, "a command-sent event reported a failure");
+}
+
+void CostProbe::onInitialized(oxa_error_e result, void *self) {
+  static_cast<CostProbe *>(self)->initialized_ = result;
+}
+
+void CostProbe::onRegistered(oxa_service_h /*service*/, oxa_error_e result, void *self) {
+  static_cast<CostProbe *>(self)->registered_ = result;
+}
+
+void CostProbe::onFound(oxa_device_h /*device*/, void *self) {
+  ++static_cast<CostProbe *>(self)->found_;
+}
+
+void CostProbe::onSent(oxa_command_h /*command*/, oxa_error_e result, void *self) {
+  auto *probe = static_cast<CostProbe *>(self);
+  ++probe->sent_;
+  if (result != OXA_ERROR_NONE) {
+    ++probe->failedSends_;
+  }
+}
+
+gboolean CostProbe::onDeadline(gpointer self) {
+  auto *probe = static_cast<CostProbe *>(self);
+  probe->timedOut_ = true;
+  probe->deadline_ = 0;
+  return G_SOURCE_REMOVE;
+}
+
+}  // namespace bench
