@@ -116,8 +116,9 @@ int Proxy::begin(const char *appId, const char *portName) {
   appId_ = appId;
   portName_ = portName;
   const int unsafe = securePortDirectory(appId_, DirectoryUse::kCheck);
-  const int error = unsafe != 0 ? connectOutcome(unsafe)
-                                : openPort(&main_, Hello{HelloKind::kMain, ownAppId(), ownPrivileges()});
+  const int error = unsafe != 0
+                        ? connectOutcome(unsafe)
+                        : openPort(&main_, Hello{HelloKind::kMain, ownAppId(), ownPrivileges()});
   if (error == RPC_PORT_ERROR_PERMISSION_DENIED || error == RPC_PORT_ERROR_INVALID_PARAMETER) {
     // Reported at once; the proxy may be connected again.
     main_.reset();

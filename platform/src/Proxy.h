@@ -2,11 +2,13 @@
 // callback port (events from the stub).
 //
 // Connecting: connect() makes the main connection at once and returns
-// RPC_PORT_ERROR_PERMISSION_DENIED when the socket may not be opened; every other outcome is
+// RPC_PORT_ERROR_PERMISSION_DENIED when the socket may not be opened, its directory is not safe
+// or the stub runs as a user this process does not accept (see Trust.h); every other outcome is
 // reported on the event loop: `connected` once both connections are acknowledged, or `rejected`
 // with get_last_result() set to RPC_PORT_ERROR_PERMISSION_DENIED (a privilege the stub requires is
-// missing), -ECONNREFUSED (nothing listens) or RPC_PORT_ERROR_IO_ERROR (the stub broke the
-// handshake or did not answer it within the read timeout).
+// missing, or the stub does not accept this user), -ECONNREFUSED (nothing listens) or
+// RPC_PORT_ERROR_IO_ERROR (the stub broke the handshake or did not answer it within the read
+// timeout).
 //
 // connectSync() runs the same handshake with blocking reads, calls `connected` and returns 0, or
 // returns RPC_PORT_ERROR_PERMISSION_DENIED (socket not accessible, privilege missing) or

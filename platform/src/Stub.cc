@@ -90,9 +90,8 @@ Port *Stub::port(rpc_port_port_type_e type, const std::string &instance) const {
 bool Stub::wasClosed(const std::string &instance) const {
   const unsigned serial = instanceSerial(instance);
   return serial != 0 && serial <= nextInstance_ &&
-         std::none_of(clients_.begin(), clients_.end(), [serial](const auto &entry) {
-           return entry.second->serial() == serial;
-         });
+         std::none_of(clients_.begin(), clients_.end(),
+                      [serial](const auto &entry) { return entry.second->serial() == serial; });
 }
 
 void Stub::close() {
@@ -214,8 +213,7 @@ void Stub::admit(std::unique_ptr<Port> port, const Hello &hello) {
 void Stub::join(std::unique_ptr<Port> port, const Hello &hello) {
   const auto found = clients_.find(hello.detail);
   if (!isAllowedPeer(port->fd()) || found == clients_.end() ||
-      !found->second->awaitsCallbackPort() ||
-      found->second->sender() != hello.appId ||
+      !found->second->awaitsCallbackPort() || found->second->sender() != hello.appId ||
       sendAck(*port, Ack{RPC_PORT_ERROR_NONE, hello.detail}) != 0) {
     return;
   }

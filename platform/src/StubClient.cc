@@ -100,8 +100,7 @@ gboolean StubClient::onMainReadable(int /*fd*/, GIOCondition /*condition*/, void
   }
   client->dispatchFrames();
   if (client->state_ == State::kConnected &&
-      (!open || client->main_->broken() ||
-       client->main_->bufferedFrame() == FrameState::kBroken)) {
+      (!open || client->main_->broken() || client->main_->bufferedFrame() == FrameState::kBroken)) {
     client->end();
   }
   return G_SOURCE_CONTINUE;

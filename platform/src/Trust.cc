@@ -53,9 +53,10 @@ int checkOwnerAndMode(const std::string &path, int fd) {
     return -errno;
   }
   if (!trustedOwner(info.st_uid)) {
-    return refuse(path, ("it belongs to uid " + std::to_string(info.st_uid) + ", not to uid " +
-                         std::to_string(::geteuid()) + " or root")
-                            .c_str(),
+    return refuse(path,
+                  ("it belongs to uid " + std::to_string(info.st_uid) + ", not to uid " +
+                   std::to_string(::geteuid()) + " or root")
+                      .c_str(),
                   "remove it, or give it to this user (chown)");
   }
   if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {

@@ -157,7 +157,8 @@ TEST_F(FailureTest, ReadTimeoutEndsTheConnectionOnce) {
   // A late reply must never answer a later read: the timeout ends the connection, and the
   // disconnect is reported from the loop, not inside the read.
   EXPECT_EQ(0, proxy.disconnectedCount);
-  ASSERT_TRUE(runUntil([&] { return proxy.disconnectedCount == 1 && stub.disconnected.size() == 1; }));
+  ASSERT_TRUE(
+      runUntil([&] { return proxy.disconnectedCount == 1 && stub.disconnected.size() == 1; }));
   dispatchPending(context());
   EXPECT_EQ(1, proxy.disconnectedCount);
   EXPECT_EQ(RPC_PORT_ERROR_IO_ERROR, proxy.sendRequest(2));
