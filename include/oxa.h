@@ -142,7 +142,8 @@ typedef struct oxa_simple_message_s *oxa_simple_message_h;
  *
  * Runs on the main-loop thread (see "Threads and the main loop" above), possibly more than
  * once: ::OXA_ERROR_NONE when the connection is up; ::OXA_ERROR_INTERNAL_ERROR when it is lost
- * later (on the thread of the request that gave up on it, when a call deadline passed); when the agent rejects the connection, ::OXA_ERROR_PERMISSION_DENIED,
+ * later (on the thread of the request that gave up on it, when a call deadline passed); when the
+ * agent rejects the connection, ::OXA_ERROR_PERMISSION_DENIED,
  * ::OXA_ERROR_IO_ERROR, ::OXA_ERROR_INVALID_OPERATION or ::OXA_ERROR_NONE as the platform
  * reports them, and ::OXA_ERROR_INTERNAL_ERROR for any other reason (no agent running, ...).
  * @param result    the outcome, as above

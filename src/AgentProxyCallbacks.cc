@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -35,6 +36,7 @@ void deliverDevice(const DeviceCallback &callback, const DeviceRecord &record) {
 }  // namespace
 
 std::map<int, Command *> sentCommands;
+std::map<int, SimpleMessage *> sentMessages;
 std::mutex sentCommandsGuard;
 std::atomic<int> sentCommandCounter{0};
 
@@ -61,6 +63,26 @@ Command *takeSentCommand(int seqId) {
   Command *command = entry->second;
   sentCommands.erase(entry);
   return command;
+}
+
+namespace {
+
+template <typename Object>
+void forgetEntries(std::map<int, Object *> &table, const Object *object) {
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  for (auto entry = table.begin(); entry != table.end();) {
+    entry = entry->second == object ? table.erase(entry) : std::next(entry);
+  }
+}
+
+}  // namespace
+
+void forgetSentCommand(const Command *command) {
+  forgetEntries(sentCommands, command);
+}
+
+void forgetSentMessage(const SimpleMessage *message) {
+  forgetEntries(sentMessages, message);
 }
 
 OnServiceRegisteredCallback::OnServiceRegisteredCallback(RegisteredCallback callback)
@@ -128,20 +150,31 @@ OnSimpleMessageSentCallback::OnSimpleMessageSentCallback(SimpleMessageSentCallba
                                                          SimpleMessage *message, int wrapperSeq)
     : OnCommandSentEvent(kCommandSentDelegate, false),
       callback(std::move(callback)),
-      message(message),
-      wrapperSeq(wrapperSeq) {}
+      wrapperSeq(wrapperSeq) {
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  sentMessages[wrapperSeq] = message;
+}
 
 OnSimpleMessageSentCallback::~OnSimpleMessageSentCallback() {
   delete takeSentCommand(wrapperSeq);
+  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  sentMessages.erase(wrapperSeq);
 }
 
 // The wrapper is the library's own, so it goes whether or not anyone listens; the agent names
 // it by the sequence number of the record it sends back.
 void OnSimpleMessageSentCallback::OnReceived(int result, const CommandRecord &command) {
   delete takeSentCommand(command.seqId);
-  if (callback) {
-    callback(message, static_cast<oxa_error_e>(result));
+  if (!callback) {
+    return;
   }
+  SimpleMessage *message = nullptr;
+  {
+    const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+    const auto entry = sentMessages.find(wrapperSeq);
+    message = entry == sentMessages.end() ? nullptr : entry->second;
+  }
+  callback(message, static_cast<oxa_error_e>(result));
 }
 
 OnSimpleMessageReceivedCallback::OnSimpleMessageReceivedCallback(

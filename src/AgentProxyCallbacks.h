@@ -32,6 +32,10 @@ enum DelegateId : int {
 // through toSentCommandRecord and takeSentCommand, which hold sentCommandsGuard for the insert or
 // the lookup and erase only.
 extern std::map<int, Command *> sentCommands;
+// The application's simple messages awaiting their sent event, by the sequence number of the
+// wrapper command that carries each; entered and left by OnSimpleMessageSentCallback.
+extern std::map<int, SimpleMessage *> sentMessages;
+// Guards sentCommands and sentMessages.
 extern std::mutex sentCommandsGuard;
 // Sequence number of the next sent command record; the first one of the process is 0.
 extern std::atomic<int> sentCommandCounter;
@@ -41,6 +45,10 @@ extern std::atomic<int> sentCommandCounter;
 CommandRecord toSentCommandRecord(int handlerId, Command *command);
 // Removes the entry for `seqId` from sentCommands; returns what it held, or nullptr.
 Command *takeSentCommand(int seqId);
+// The application destroys `command` or `message`: a sent event still to come for it then finds
+// nothing, and so calls nothing with the freed object.
+void forgetSentCommand(const Command *command);
+void forgetSentMessage(const SimpleMessage *message);
 
 using ServiceStateChangedCallback = std::function<void(int)>;
 using CommandReceivedCallback = std::function<void(Command *)>;
@@ -112,7 +120,8 @@ class OnContextChangedCallback : public AgentInterface::OnContextChangedEvent {
 
 // A simple message travels as a command, the wrapper entered in sentCommands under `wrapperSeq`.
 // The wrapper is released by the sent event that names it, or with this delegate when no such
-// event can come any more (the proxy drops its delegates on disconnection).
+// event can come any more (the proxy drops its delegates on disconnection). The message waits in
+// sentMessages under the same number for as long as this delegate lives.
 class OnSimpleMessageSentCallback : public AgentInterface::OnCommandSentEvent {
  public:
   OnSimpleMessageSentCallback(SimpleMessageSentCallback callback, SimpleMessage *message,
@@ -124,7 +133,6 @@ class OnSimpleMessageSentCallback : public AgentInterface::OnCommandSentEvent {
 
  private:
   SimpleMessageSentCallback callback;
-  SimpleMessage *message;
   int wrapperSeq;
 };
 

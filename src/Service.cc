@@ -17,6 +17,7 @@ int toDeviceType(int type) {
 Service::Service(int type) : requestedType(type), type(checkServiceType(type)) {}
 
 Service::~Service() {
+  registration->alive = false;
   bool registered = false;
   {
     const std::lock_guard<std::mutex> guard(registration->guard);

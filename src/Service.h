@@ -84,6 +84,9 @@ class Service {
   int getRequestedType() const { return requestedType; }
   int getType() const { return type; }
   int getAppId() const { return appId.load(); }
+  // True while the service exists: what callbacks that carry its handle check before they run.
+  using Presence = std::shared_ptr<const std::atomic<bool>>;
+  Presence presence() const { return {registration, &registration->alive}; }
 
   int registerService(RegisteredCallback callback);
   int unregisterService();
@@ -104,6 +107,7 @@ class Service {
   struct Registration {
     std::mutex guard;
     RegisteredCallback callback;
+    std::atomic<bool> alive{true};
   };
 
   static void onRegistered(Registration &registration, oxa_error_e result);

@@ -244,16 +244,20 @@ class ObjectCallback {
 };
 
 // Adapts an application callback of the form (service, value, user data) to the library's
-// function of the value: the registration outcome and the service state.
+// function of the value: the registration outcome and the service state. Once the service has
+// been destroyed its events call nothing.
 template <typename Value>
 class ServiceCallback {
  public:
   using Function = void (*)(oxa_service_h, Value, void *);
 
   ServiceCallback(Function function, oxa_service_h service, void *userData)
-      : function(function), service(service), userData(userData) {}
+      : function(function),
+        service(service),
+        presence(objectOf(service)->presence()),
+        userData(userData) {}
   void operator()(Value value) const {
-    if (function != nullptr) {
+    if (function != nullptr && presence->load()) {
       function(service, value, userData);
     }
   }
@@ -261,6 +265,7 @@ class ServiceCallback {
  private:
   Function function;
   oxa_service_h service;
+  Service::Presence presence;
   void *userData;
 };
 
@@ -526,6 +531,7 @@ OXA_EXPORT int oxa_command_create(const char *address, int type, int id,
 OXA_EXPORT int oxa_command_destroy(oxa_command_h command) {
   OXA_LOGD("+");
   OXA_REQUIRE(command != nullptr, "No command");
+  Oxa::Capi::forgetSentCommand(objectOf(command));
   delete objectOf(command);
   return OXA_ERROR_NONE;
 }
@@ -604,6 +610,7 @@ OXA_EXPORT int oxa_simple_message_create(const char *address, const unsigned cha
 OXA_EXPORT int oxa_simple_message_destroy(oxa_simple_message_h message) {
   OXA_LOGD("+");
   OXA_REQUIRE(message != nullptr, "No message");
+  Oxa::Capi::forgetSentMessage(objectOf(message));
   delete objectOf(message);
   return OXA_ERROR_NONE;
 }

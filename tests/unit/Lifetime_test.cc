@@ -160,4 +160,101 @@ TEST_F(HandlerLifetimeTest, ProxyReplacedFromInsideItsEventGoesAfterTheEvent) {
   EXPECT_THAT(initializedResults(), ElementsAre(OXA_ERROR_NONE));
 }
 
+// The log line of an event adapter that is handed no object.
+fake::LogLine missingObjectLog(const std::string &message) {
+  return apiLog(DLOG_ERROR, "src/oxa.cc", "callApplication",
+                sourceLine("src/oxa.cc", "void callApplication(Object", "missingObjectMessage("),
+                message);
+}
+
+void countSentCommand(oxa_command_h /*command*/, oxa_error_e /*result*/, void *calls) {
+  ++*static_cast<int *>(calls);
+}
+
+void countSentMessage(oxa_simple_message_h /*message*/, oxa_error_e /*result*/, void *calls) {
+  ++*static_cast<int *>(calls);
+}
+
+void countState(oxa_service_h /*service*/, int /*state*/, void *calls) {
+  ++*static_cast<int *>(calls);
+}
+
+// The sent event the agent sends for the last request sent: delegate and command record taken
+// from that request.
+fake::Values sentEventFor(const fake::SentParcel &request) {
+  const fake::Values &values = request.values;
+  fake::Values event = eventHeader(3, handlertest::delegateSeq(request));
+  event.push_back(fake::Int32(OXA_ERROR_NONE));
+  // The request carries method id and handler id, then the command record, then the delegate.
+  event.insert(event.end(), values.begin() + 2, values.end() - 3);
+  return event;
+}
+
+class DestroyedHandleTest : public HandlerTest {
+ protected:
+  void SetUp() override {
+    HandlerTest::SetUp();
+    connect();
+    ASSERT_EQ(oxa_service_create(OXA_SERVICE_TYPE_1, &service), OXA_ERROR_NONE);
+  }
+  void TearDown() override {
+    oxa_service_destroy(service);
+    HandlerTest::TearDown();
+  }
+
+  oxa_service_h service = nullptr;
+  int calls = 0;
+};
+
+TEST_F(DestroyedHandleTest, CommandDestroyedBeforeItsSentEventIsNotHandedBack) {
+  oxa_command_h command = nullptr;
+  const unsigned char payload[] = {1, 2};
+  ASSERT_EQ(oxa_command_create("00:11:22:33:44:55", OXA_COMMAND_TYPE_1, 4, payload, sizeof(payload),
+                               &command),
+            OXA_ERROR_NONE);
+  fake::QueueReply(reply({fake::Int32(0)}));
+  ASSERT_EQ(oxa_send_command(service, command, countSentCommand, &calls), OXA_ERROR_NONE);
+  const fake::Values event = sentEventFor(sent().back());
+  ASSERT_EQ(oxa_command_destroy(command), OXA_ERROR_NONE);
+  EXPECT_TRUE(Oxa::Capi::sentCommands.empty());
+  mark();
+  ASSERT_TRUE(fake::FireReceived(event));
+  EXPECT_EQ(calls, 0);
+  EXPECT_THAT(logs(), ElementsAre(missingObjectLog("No command")));
+}
+
+TEST_F(DestroyedHandleTest, MessageDestroyedBeforeItsSentEventIsNotHandedBack) {
+  oxa_simple_message_h message = nullptr;
+  const unsigned char data[] = {'h', 'i'};
+  ASSERT_EQ(oxa_simple_message_create("00:11:22:33:44:55", data, sizeof(data), &message),
+            OXA_ERROR_NONE);
+  fake::QueueReply(reply({fake::Int32(0)}));
+  ASSERT_EQ(oxa_send_simple_message(service, message, countSentMessage, &calls), OXA_ERROR_NONE);
+  const fake::Values event = sentEventFor(sent().back());
+  ASSERT_EQ(oxa_simple_message_destroy(message), OXA_ERROR_NONE);
+  mark();
+  ASSERT_TRUE(fake::FireReceived(event));
+  EXPECT_EQ(calls, 0);
+  EXPECT_THAT(logs(), ElementsAre(missingObjectLog("No message")));
+  // The wrapper command went with the event.
+  EXPECT_TRUE(Oxa::Capi::sentCommands.empty());
+}
+
+TEST_F(DestroyedHandleTest, StateChangeAfterServiceDestroyCallsNothing) {
+  oxa_service_h other = nullptr;
+  ASSERT_EQ(oxa_service_create(OXA_SERVICE_TYPE_3, &other), OXA_ERROR_NONE);
+  const int seqId = nextDelegateSeq();
+  fake::QueueReply(reply({fake::Int32(0)}));
+  ASSERT_EQ(oxa_service_set_state_changed_cb(other, countState, &calls), OXA_ERROR_NONE);
+  fake::Values event = eventHeader(2, seqId);
+  event.push_back(fake::Bool(true));
+  ASSERT_TRUE(fake::FireReceived(event));
+  EXPECT_EQ(calls, 1);
+  ASSERT_EQ(oxa_service_destroy(other), OXA_ERROR_NONE);
+  mark();
+  ASSERT_TRUE(fake::FireReceived(event));
+  EXPECT_EQ(calls, 1);
+  EXPECT_THAT(logs(), IsEmpty());
+}
+
 }  // namespace

@@ -313,6 +313,10 @@ TEST_F(ConcurrencyStressTest, WorkerThreadsCallEverythingWhileEventsAreDispatche
       ++messagesSent;
     }
   }
+  RecordProperty("commands", commandsSent);
+  RecordProperty("messages", messagesSent);
+  RecordProperty("stream", stream.issued.load());
+  RecordProperty("found", events.found.load());
   EXPECT_GT(commandsSent, 0);
   EXPECT_GT(messagesSent, 0);
   EXPECT_GT(stream.issued.load(), 100);
