@@ -25,7 +25,8 @@ Agent::Agent(const Scenario &scenario, Policy policy) : policy_(std::move(policy
 }
 
 std::vector<Outgoing> Agent::connect(const std::string &sender, const std::string &instance) {
-  const Client &client = clients_.add(sender, instance);
+  const Client &client = clients_.add(
+      sender, instance, [this](const std::string &address) { return hasDevice(address); });
   SimDevice device;
   device.record = {client.address, kClientDeviceType, sender};
   device.owner = instance;

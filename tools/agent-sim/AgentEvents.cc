@@ -11,6 +11,7 @@ namespace {
 // The wire form of a simple message: the sender's application id byte and a zero byte lead.
 constexpr int kMessageCommandId = 3;
 constexpr int kMessageCommandType = OXA_COMMAND_TYPE_3;
+constexpr size_t kUsualEventsPerRequest = 4;
 
 Bytes messagePayload(const Bytes &data) {
   Bytes payload(data.size() + 2, 0);
@@ -33,6 +34,10 @@ void Agent::reply(const std::string &instance, EventKind kind, const Delegate &d
                   Event event) {
   event.kind = kind;
   event.delegate = delegate;
+  // The outbox is handed away after each request; most requests cause a few events.
+  if (outbox_.capacity() == 0) {
+    outbox_.reserve(kUsualEventsPerRequest);
+  }
   outbox_.push_back({instance, std::move(event)});
 }
 

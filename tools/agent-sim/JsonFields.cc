@@ -108,7 +108,7 @@ std::string optionalString(const Json &object, const char *key, const std::strin
 
 Bytes dataOf(const Json &object) {
   if (!object.is_object()) {
-    throw std::runtime_error("data must be an object with \"text\" or \"hex\"");
+    throw std::runtime_error(R"(data must be an object with "text" or "hex")");
   }
   if (const Json *text = fieldOf(object, "text")) {
     const std::string value = stringOf(*text, "text");

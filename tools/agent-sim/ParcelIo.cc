@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace oxa_sim {
 
@@ -9,6 +10,44 @@ namespace {
 
 // What a byte array may take before its first byte is read; it doubles as bytes arrive.
 constexpr size_t kFirstByteChunk = 4096;
+
+// The host transport writes values untagged, little-endian and fixed-width (platform/README.md),
+// so eight bytes moved as one int64 are the same eight bytes on the wire, for an eighth of the
+// calls into the parcel.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "byte blocks assume little-endian");
+constexpr size_t kBlockBytes = sizeof(long long);
+
+// Reads `size` bytes into `out`; false when the parcel holds fewer.
+bool readRaw(rpc_port_parcel_h parcel, unsigned char *out, size_t size) {
+  size_t done = 0;
+  for (; done + kBlockBytes <= size; done += kBlockBytes) {
+    long long block = 0;
+    if (rpc_port_parcel_read_int64(parcel, &block) != RPC_PORT_ERROR_NONE) {
+      return false;
+    }
+    std::memcpy(out + done, &block, kBlockBytes);
+  }
+  for (; done < size; ++done) {
+    char byte = 0;
+    if (rpc_port_parcel_read_byte(parcel, &byte) != RPC_PORT_ERROR_NONE) {
+      return false;
+    }
+    out[done] = static_cast<unsigned char>(byte);
+  }
+  return true;
+}
+
+void writeRaw(rpc_port_parcel_h parcel, const unsigned char *data, size_t size) {
+  size_t done = 0;
+  for (; done + kBlockBytes <= size; done += kBlockBytes) {
+    long long block = 0;
+    std::memcpy(&block, data + done, kBlockBytes);
+    rpc_port_parcel_write_int64(parcel, block);
+  }
+  for (; done < size; ++done) {
+    rpc_port_parcel_write_byte(parcel, static_cast<char>(data[done]));
+  }
+}
 
 // Reads typed values in order and remembers whether any read failed.
 class Reader {
@@ -44,16 +83,14 @@ class Reader {
     check(rpc_port_parcel_read_array_count(parcel_, &count));
     const size_t wanted = ok_ && count > 0 ? static_cast<size_t>(count) : 0;
     Bytes value(std::min(wanted, kFirstByteChunk));
-    for (size_t filled = 0; filled < wanted; ++filled) {
-      if (filled == value.size()) {
+    for (size_t filled = 0; filled < wanted; filled = value.size()) {
+      if (filled > 0) {
         value.resize(std::min(wanted, 2 * filled));
       }
-      char byte = 0;
-      if (rpc_port_parcel_read_byte(parcel_, &byte) != RPC_PORT_ERROR_NONE) {
+      if (!readRaw(parcel_, value.data() + filled, value.size() - filled)) {
         ok_ = false;
         return {};
       }
-      value[filled] = static_cast<unsigned char>(byte);
     }
     return value;
   }
@@ -103,9 +140,7 @@ class Writer {
 
   void bytes(const Bytes &value) {
     rpc_port_parcel_write_array_count(parcel_.get(), static_cast<int>(value.size()));
-    for (unsigned char byte : value) {
-      rpc_port_parcel_write_byte(parcel_.get(), static_cast<char>(byte));
-    }
+    writeRaw(parcel_.get(), value.data(), value.size());
   }
 
   void device(const DeviceRecord &record) {

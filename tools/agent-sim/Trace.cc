@@ -194,7 +194,7 @@ void Trace::sent(const std::string &instance, const Event &event) const {
   }
 }
 
-void Trace::note(const std::string &instance, const std::string &text) const {
+void Trace::note(const std::string &instance, const char *text) const {
   if (!enabled()) {
     return;
   }

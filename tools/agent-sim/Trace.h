@@ -41,7 +41,7 @@ class Trace {
   void received(const std::string &instance, const Request &request) const;
   void replied(const std::string &instance, const Reply &reply) const;
   void sent(const std::string &instance, const Event &event) const;
-  void note(const std::string &instance, const std::string &text) const;
+  void note(const std::string &instance, const char *text) const;
 
  private:
   struct FileCloser {

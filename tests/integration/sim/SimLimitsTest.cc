@@ -15,6 +15,8 @@ using raw_agent::Request;
 
 constexpr int kSendCommand = 7;
 constexpr int kUpdateContext = 22;
+constexpr int kStartDiscovery = 16;
+constexpr int kGetFoundDeviceList = 18;
 constexpr int kSetAppId = 23;
 constexpr int kClaimedBytes = 0x7fffffff;
 constexpr long kMaxPeakGrowthKb = 64 * 1024;
@@ -97,7 +99,7 @@ TEST_F(SimLimitsTest, ByteArrayOfTheRightSizeIsStillRead) {
   auto client = connectRaw();
   ASSERT_NE(client, nullptr);
   // Over the first 4 KiB of room, so the array grows while it is read.
-  const std::vector<unsigned char> data(10000, 0xab);
+  const std::vector<unsigned char> data(10003, 0xab);
   raw_agent::Reply reply = client->call(Request(kUpdateContext).i32(1).i32(2).bytes(data));
   ASSERT_TRUE(reply.valid());
   EXPECT_EQ(reply.i32(), 0);
@@ -107,6 +109,30 @@ TEST_F(SimLimitsTest, ByteArrayOfTheRightSizeIsStillRead) {
   }
   EXPECT_TRUE(sim().waitForOutput("UpdateContext handlerId=1 contextType=2 data=[" + hex + "]\n"))
       << sim().output().substr(0, 2000);
+}
+
+TEST_F(SimLimitsTest, ClosedConnectionsLeaveNoDeviceBehind) {
+  constexpr char kScenario[] = R"({"devices": [{"address": "A0:00:00:00:00:01", "name": "TV"}]})";
+  setenv("RPC_PORT_APPID", "org.example.cycler", 1);
+  startSim({"--scenario", writeScenario(kScenario)});
+  constexpr int kCycles = 200;
+  for (int i = 0; i < kCycles; ++i) {
+    auto client = connectRaw();
+    ASSERT_NE(client, nullptr);
+    expectServed(*client);
+  }
+  auto watcher = connectRaw();
+  ASSERT_NE(watcher, nullptr);
+  auto other = connectRaw();
+  ASSERT_NE(other, nullptr);
+  ASSERT_EQ(watcher->call(Request(kStartDiscovery).i32(1)).i32(), 0);
+  raw_agent::Reply reply = watcher->call(Request(kGetFoundDeviceList).i32(1));
+  // Only the scenario's device and the one other client still connected, which got the next
+  // address after the watcher's.
+  EXPECT_EQ(reply.devices(),
+            (std::vector<raw_agent::Device>{{"A0:00:00:00:00:01", 99, "TV"},
+                                            {"02:00:00:00:00:CA", 1, "org.example.cycler"}}));
+  EXPECT_EQ(reply.i32(), 0);
 }
 
 }  // namespace
