@@ -89,9 +89,9 @@ class DumpDir {
 
 RegionCounts runUnderCallgrind(const std::vector<std::string> &argv) {
   const DumpDir dumps;
-  std::vector<std::string> command = {
-      "valgrind", "--tool=callgrind", "--quiet", "--trace-children=no",
-      "--callgrind-out-file=" + dumps.path() + "/" + kDumpPrefix};
+  std::vector<std::string> command = {"valgrind", "--tool=callgrind", "--quiet",
+                                      "--trace-children=no",
+                                      "--callgrind-out-file=" + dumps.path() + "/" + kDumpPrefix};
   command.insert(command.end(), argv.begin(), argv.end());
   std::vector<char *> args;
   for (std::string &arg : command) {

@@ -45,18 +45,22 @@ std::string regionName(const std::string &path, int repetitions) {
   return path + "-" + std::to_string(repetitions);
 }
 
-CostProbe::CostProbe() : scenarioPath_(runtimeDir_.path() + "/scenario.json") {
+CostProbe::CostProbe(int replyDelayMs) : scenarioPath_(runtimeDir_.path() + "/scenario.json") {
   std::ofstream(scenarioPath_) << scenarioJson();
-  agent_ = std::make_unique<oxa::test::ChildProgram>(
-      oxa::test::simCommand(runtimeDir_.path(), {"--scenario", scenarioPath_}));
+  std::vector<std::string> args = {"--scenario", scenarioPath_};
+  if (replyDelayMs > 0) {
+    args.insert(args.end(), {"--delay-ms", std::to_string(replyDelayMs)});
+  }
+  agent_ =
+      std::make_unique<oxa::test::ChildProgram>(oxa::test::simCommand(runtimeDir_.path(), args));
   expect(agent_->waitForOutput(oxa::test::kSimReadyLine, kStepTimeout),
          "the agent did not start: " + agent_->output());
   deadline_ = g_timeout_add_seconds(kRunDeadlineSeconds, &CostProbe::onDeadline, this);
   initialize();
   callbackService_ = createService(OXA_SERVICE_TYPE_1);
-  expect(oxa_set_device_found_cb(callbackService_.get(), &CostProbe::onFound, this) ==
-             OXA_ERROR_NONE,
-         "oxa_set_device_found_cb failed");
+  expect(
+      oxa_set_device_found_cb(callbackService_.get(), &CostProbe::onFound, this) == OXA_ERROR_NONE,
+      "oxa_set_device_found_cb failed");
   registerService(callbackService_.get());
   plainService_ = createService(OXA_SERVICE_TYPE_3);
 }

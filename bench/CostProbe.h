@@ -32,9 +32,10 @@ std::string regionName(const std::string &path, int repetitions);
 class CostProbe {
  public:
   // Starts the agent on a scenario of kProbeDevices devices and brings the library up with two
-  // services: type 1 (device-found callback, sends commands) and type 3 (no callbacks).
-  // Throws std::runtime_error when a step fails.
-  CostProbe();
+  // services: type 1 (device-found callback, sends commands) and type 3 (no callbacks). With
+  // `replyDelayMs` the agent answers every request that much later, so every blocking read
+  // really blocks. Throws std::runtime_error when a step fails.
+  explicit CostProbe(int replyDelayMs = 0);
   CostProbe(const CostProbe &) = delete;
   CostProbe &operator=(const CostProbe &) = delete;
   ~CostProbe();

@@ -35,6 +35,8 @@ constexpr const char *kPortName = "OxaAgentInterface";
 
 namespace {
 
+// A frame body never exceeds 16 MiB on this transport.
+constexpr size_t kMaxFrameBody = size_t{16} << 20;
 // First int32 of every parcel the agent sends.
 constexpr int kCommandReply = 0;
 constexpr int kCommandCallback = 1;
@@ -119,13 +121,20 @@ rpc_port_parcel_h writeBytes(rpc_port_parcel_h parcel, const std::vector<unsigne
   return parcel;
 }
 
+// Sized once, up to what a frame can carry, and read in place; bytes past that read as before.
 rpc_port_parcel_h readBytes(rpc_port_parcel_h parcel, std::vector<unsigned char> &bytes) {
   int count = 0;
   rpc_port_parcel_read_array_count(parcel, &count);
-  for (int index = 0; index < count; ++index) {
-    char byte = 0;
-    rpc_port_parcel_read_byte(parcel, &byte);
-    bytes.push_back(static_cast<unsigned char>(byte));
+  const size_t wanted = count > 0 ? static_cast<size_t>(count) : 0;
+  const size_t first = bytes.size();
+  bytes.resize(first + std::min(wanted, kMaxFrameBody));
+  char *const end = reinterpret_cast<char *>(bytes.data() + bytes.size());
+  for (char *at = reinterpret_cast<char *>(bytes.data() + first); at != end; ++at) {
+    rpc_port_parcel_read_byte(parcel, at);
+  }
+  for (size_t index = bytes.size() - first; index < wanted; ++index) {
+    bytes.push_back(0);
+    rpc_port_parcel_read_byte(parcel, reinterpret_cast<char *>(&bytes.back()));
   }
   return parcel;
 }
@@ -193,16 +202,6 @@ void OxaAgentInterface::CallbackBase::ReadDelegate(rpc_port_parcel_h parcel, int
   rpc_port_parcel_read_bool(parcel, &once);
 }
 
-void OxaAgentInterface::OnServiceRegisteredEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
-  OnReceived(readInt32(parcel));
-}
-
-void OxaAgentInterface::OnServiceStateChangedEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
-  bool state = false;
-  rpc_port_parcel_read_bool(parcel, &state);
-  OnReceived(state);
-}
-
 void OxaAgentInterface::OnCommandSentEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
   const int result = readInt32(parcel);
   CommandRecord command;
@@ -213,25 +212,25 @@ void OxaAgentInterface::OnCommandSentEvent::OnParcelReceived(rpc_port_parcel_h p
 void OxaAgentInterface::OnCommandReceivedEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
   CommandRecord command;
   readCommand(parcel, command);
-  OnReceived(command);
+  OnReceived(std::move(command));
 }
 
 void OxaAgentInterface::OnDeviceFoundEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
   DeviceRecord device;
   readDevice(parcel, device);
-  OnReceived(device);
+  OnReceived(std::move(device));
 }
 
 void OxaAgentInterface::OnDeviceLostEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
   DeviceRecord device;
   readDevice(parcel, device);
-  OnReceived(device);
+  OnReceived(std::move(device));
 }
 
 void OxaAgentInterface::OnContextChangedEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
   DeviceRecord device;
   readDevice(parcel, device);
-  OnReceived(device);
+  OnReceived(std::move(device));
 }
 
 void OxaAgentInterface::AddDelegate(std::unique_ptr<CallbackBase> delegate) {
@@ -745,6 +744,18 @@ int OxaAgentInterface::Unregister() {
   Parcel request = BeginRequest(__func__, kUnregister);
   const Parcel reply = Call(__func__, request);
   return readInt32(reply.get());
+}
+
+// ---- Service event decoders ------------------------------------------------------------------
+
+void OxaAgentInterface::OnServiceRegisteredEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
+  OnReceived(readInt32(parcel));
+}
+
+void OxaAgentInterface::OnServiceStateChangedEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
+  bool state = false;
+  rpc_port_parcel_read_bool(parcel, &state);
+  OnReceived(state);
 }
 
 }  // namespace rpc_port::AgentProxy::proxy

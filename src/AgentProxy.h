@@ -111,6 +111,10 @@ class OxaAgentInterface : public std::enable_shared_from_this<OxaAgentInterface>
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const CommandRecord & /*command*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(CommandRecord &&command) {
+      OnReceived(static_cast<const CommandRecord &>(command));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
@@ -120,6 +124,10 @@ class OxaAgentInterface : public std::enable_shared_from_this<OxaAgentInterface>
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const DeviceRecord & /*device*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(DeviceRecord &&device) {
+      OnReceived(static_cast<const DeviceRecord &>(device));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
@@ -129,6 +137,10 @@ class OxaAgentInterface : public std::enable_shared_from_this<OxaAgentInterface>
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const DeviceRecord & /*device*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(DeviceRecord &&device) {
+      OnReceived(static_cast<const DeviceRecord &>(device));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;
@@ -138,6 +150,10 @@ class OxaAgentInterface : public std::enable_shared_from_this<OxaAgentInterface>
    public:
     using CallbackBase::CallbackBase;
     virtual void OnReceived(const DeviceRecord & /*device*/) {}
+    // The decoder's own record, which an override may take apart; by default handed on as above.
+    virtual void OnReceived(DeviceRecord &&device) {
+      OnReceived(static_cast<const DeviceRecord &>(device));
+    }
 
    protected:
     void OnParcelReceived(rpc_port_parcel_h parcel) override;

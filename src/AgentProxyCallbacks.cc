@@ -21,13 +21,13 @@ struct FreeDeleter {
   void operator()(unsigned char *data) const { std::free(data); }
 };
 
-Device toDevice(const DeviceRecord &record) {
-  return {record.address, toDeviceType(record.type), record.name};
+Device toDevice(DeviceRecord &&record) {
+  return {std::move(record.address), toDeviceType(record.type), std::move(record.name)};
 }
 
 // Calls `callback` with a device built from `record`; the device lives for the call only.
-void deliverDevice(const DeviceCallback &callback, const DeviceRecord &record) {
-  Device device = toDevice(record);
+void deliverDevice(const DeviceCallback &callback, DeviceRecord record) {
+  Device device = toDevice(std::move(record));
   if (callback) {
     callback(&device);
   }
@@ -206,6 +206,28 @@ void OnSimpleMessageReceivedCallback::OnReceived(const CommandRecord &command) {
   if (callback) {
     callback(address.c_str(), data.get(), static_cast<int>(length));
   }
+}
+
+// The decoder's own records: their strings and bytes move into the object that is lent.
+
+void OnCommandReceivedCallback::OnReceived(CommandRecord &&command) {
+  Command received(std::move(command.address), command.type, command.id,
+                   std::move(command.payload));
+  if (callback) {
+    callback(&received);
+  }
+}
+
+void OnDeviceFoundCallback::OnReceived(DeviceRecord &&device) {
+  deliverDevice(callback, std::move(device));
+}
+
+void OnDeviceLostCallback::OnReceived(DeviceRecord &&device) {
+  deliverDevice(callback, std::move(device));
+}
+
+void OnContextChangedCallback::OnReceived(DeviceRecord &&device) {
+  deliverDevice(callback, std::move(device));
 }
 
 }  // namespace Oxa::Capi

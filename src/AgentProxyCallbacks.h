@@ -86,6 +86,7 @@ class OnCommandReceivedCallback : public AgentInterface::OnCommandReceivedEvent 
  public:
   explicit OnCommandReceivedCallback(CommandReceivedCallback callback);
   void OnReceived(const CommandRecord &command) override;
+  void OnReceived(CommandRecord &&command) override;
 
  private:
   CommandReceivedCallback callback;
@@ -95,6 +96,7 @@ class OnDeviceFoundCallback : public AgentInterface::OnDeviceFoundEvent {
  public:
   explicit OnDeviceFoundCallback(DeviceCallback callback);
   void OnReceived(const DeviceRecord &device) override;
+  void OnReceived(DeviceRecord &&device) override;
 
  private:
   DeviceCallback callback;
@@ -104,6 +106,7 @@ class OnDeviceLostCallback : public AgentInterface::OnDeviceLostEvent {
  public:
   explicit OnDeviceLostCallback(DeviceCallback callback);
   void OnReceived(const DeviceRecord &device) override;
+  void OnReceived(DeviceRecord &&device) override;
 
  private:
   DeviceCallback callback;
@@ -113,6 +116,7 @@ class OnContextChangedCallback : public AgentInterface::OnContextChangedEvent {
  public:
   explicit OnContextChangedCallback(DeviceCallback callback);
   void OnReceived(const DeviceRecord &device) override;
+  void OnReceived(DeviceRecord &&device) override;
 
  private:
   DeviceCallback callback;
@@ -140,6 +144,7 @@ class OnSimpleMessageSentCallback : public AgentInterface::OnCommandSentEvent {
 class OnSimpleMessageReceivedCallback : public AgentInterface::OnCommandReceivedEvent {
  public:
   explicit OnSimpleMessageReceivedCallback(SimpleMessageReceivedCallback callback);
+  using OnCommandReceivedEvent::OnReceived;
   void OnReceived(const CommandRecord &command) override;
 
  private:

@@ -101,20 +101,21 @@ class ConstantLogLine {
 }  // namespace Oxa::Capi
 
 // OXA_LOG(level, message) or OXA_LOG(level, format, arguments...): the line of the call site.
-#define OXA_LOG(level, ...) \
-  OXA_LOG_SELECT(__VA_ARGS__, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, \
+#define OXA_LOG(level, ...)                                                                 \
+  OXA_LOG_SELECT(__VA_ARGS__, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED,      \
                  OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, OXA_LOG_FORMATTED, OXA_LOG_CONSTANT, \
-                 unused)(level, __VA_ARGS__)
+                 unused)                                                                    \
+  (level, __VA_ARGS__)
 #define OXA_LOG_SELECT(_1, _2, _3, _4, _5, _6, _7, name, ...) name
-#define OXA_LOG_CONSTANT(level, message)                                                     \
-  do {                                                                                       \
+#define OXA_LOG_CONSTANT(level, message)                                                         \
+  do {                                                                                           \
     static const ::Oxa::Capi::ConstantLogLine oxaLogLine(__FILE__, __func__, __LINE__, message); \
-    oxaLogLine.write(level);                                                                 \
+    oxaLogLine.write(level);                                                                     \
   } while (false)
-#define OXA_LOG_FORMATTED(level, ...)                                               \
-  do {                                                                              \
-    static const ::Oxa::Capi::LogSite oxaLogSite(__FILE__, __func__, __LINE__);     \
-    oxaLogSite.write(level, __VA_ARGS__);                                           \
+#define OXA_LOG_FORMATTED(level, ...)                                           \
+  do {                                                                          \
+    static const ::Oxa::Capi::LogSite oxaLogSite(__FILE__, __func__, __LINE__); \
+    oxaLogSite.write(level, __VA_ARGS__);                                       \
   } while (false)
 #define OXA_LOGD(...) OXA_LOG(DLOG_DEBUG, __VA_ARGS__)
 #define OXA_LOGI(...) OXA_LOG(DLOG_INFO, __VA_ARGS__)

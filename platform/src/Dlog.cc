@@ -47,27 +47,37 @@ int formatLine(char (&stack)[kStackLine], std::string &heap, char letter, const 
   return length;
 }
 
+// Formats and writes one line that passed the filter; kept out of line (it needs a large stack
+// frame), so that a filtered line costs only the check.
+__attribute__((noinline)) int writeLine(int index, const char *file, const char *tag,
+                                        const char *fmt, va_list ap) {
+  char stack[kStackLine];
+  std::string heap;
+  const int length = formatLine(stack, heap, kLetters[index], tag != nullptr ? tag : "", fmt, ap);
+  if (length < 0) {
+    return length;
+  }
+  const char *line = heap.empty() ? stack : heap.data();
+  return platform::writeLogLine(file, line, static_cast<size_t>(length));
+}
+
+// Whether a line of priority `index` is dropped under `settings`.
+bool isFiltered(int index, const platform::DlogSettings &settings) {
+  return kRanks[index] == kSilentRank || kRanks[index] < settings.thresholdRank;
+}
+
 }  // namespace
 
 extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, va_list ap) {
   if (fmt == nullptr) {
     return -EINVAL;
   }
-  // Filtered lines are dropped before anything is formatted.
   const int index = priorityIndex(prio);
   const platform::DlogSettings settings = platform::currentDlogSettings();
-  if (kRanks[index] == kSilentRank || kRanks[index] < settings.thresholdRank) {
+  if (isFiltered(index, settings)) {
     return 0;
   }
-  const char letter = kLetters[index];
-  char stack[kStackLine];
-  std::string heap;
-  const int length = formatLine(stack, heap, letter, tag != nullptr ? tag : "", fmt, ap);
-  if (length < 0) {
-    return length;
-  }
-  const char *line = heap.empty() ? stack : heap.data();
-  return platform::writeLogLine(settings.file, line, static_cast<size_t>(length));
+  return writeLine(index, settings.file, tag, fmt, ap);
 }
 
 extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {

@@ -3,7 +3,8 @@
 #include <cstddef>
 #include <cstring>
 
-extern char **environ;  // NOLINT(readability-redundant-declaration): unistd.h has it only with _GNU_SOURCE
+extern char *
+    *environ;  // NOLINT(readability-redundant-declaration): unistd.h has it only with _GNU_SOURCE
 
 namespace platform {
 
@@ -83,11 +84,16 @@ EnvironmentView take() {
   return seen;
 }
 
+// Out of line, so that the check of every line needs no saved registers.
+__attribute__((noinline)) void refresh() {
+  view = take();
+}
+
 }  // namespace
 
 DlogSettings currentDlogSettings() {
   if (!unchanged(view)) {
-    view = take();
+    refresh();
   }
   return view.settings;
 }

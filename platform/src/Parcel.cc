@@ -8,50 +8,74 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the wire format is lit
 
 namespace {
 
-// Freed parcels kept by this thread for its next ones; released when the thread ends.
-class ParcelCache {
- public:
-  ParcelCache() = default;
-  ParcelCache(const ParcelCache &) = delete;
-  ParcelCache &operator=(const ParcelCache &) = delete;
-  ~ParcelCache() {
-    while (count_ > 0) {
-      ::operator delete(blocks_[--count_]);
-    }
-  }
+constexpr int kCachedParcels = 8;
 
-  void *take() { return count_ > 0 ? blocks_[--count_] : nullptr; }
-  bool keep(void *block) {
-    if (count_ == kCapacity) {
-      return false;
-    }
-    blocks_[count_++] = block;
-    return true;
-  }
-
- private:
-  static constexpr int kCapacity = 8;
-  void *blocks_[kCapacity] = {};
-  int count_ = 0;
+// Freed parcels kept by this thread for its next ones. Plain data, so that reaching it is one
+// load (initial-exec: the library is loaded with the program) with no initialisation guard.
+struct ParcelCache {
+  void *blocks[kCachedParcels];
+  int count;
+  // 0 until the cache first keeps a parcel, 1 while it may (its release at thread exit is
+  // registered), 2 once released.
+  int state;
 };
 
-// initial-exec: the library is loaded with the program, so an access is a single load.
 thread_local ParcelCache parcelCache __attribute__((tls_model("initial-exec")));
+
+constexpr int kCacheOpen = 1;
+constexpr int kCacheReleased = 2;
+
+// Frees the cached parcels when the thread ends; parcels freed after that go to the heap.
+struct CacheRelease {
+  CacheRelease() = default;
+  CacheRelease(const CacheRelease &) = delete;
+  CacheRelease &operator=(const CacheRelease &) = delete;
+  ~CacheRelease() {
+    while (parcelCache.count > 0) {
+      ::operator delete(parcelCache.blocks[--parcelCache.count]);
+    }
+    parcelCache.state = kCacheReleased;
+  }
+};
+
+__attribute__((noinline)) bool openCache() {
+  if (parcelCache.state == kCacheReleased) {
+    return false;
+  }
+  static thread_local CacheRelease release;
+  static_cast<void>(&release);
+  parcelCache.state = kCacheOpen;
+  return true;
+}
+
+void *takeCached() {
+  ParcelCache &cache = parcelCache;
+  return cache.count > 0 ? cache.blocks[--cache.count] : nullptr;
+}
+
+bool keepCached(void *block) {
+  ParcelCache &cache = parcelCache;
+  if (cache.count == kCachedParcels || (cache.state != kCacheOpen && !openCache())) {
+    return false;
+  }
+  cache.blocks[cache.count++] = block;
+  return true;
+}
 
 }  // namespace
 
 void *rpc_port_parcel_s::operator new(size_t size) {
-  void *block = size == sizeof(rpc_port_parcel_s) ? parcelCache.take() : nullptr;
+  void *block = size == sizeof(rpc_port_parcel_s) ? takeCached() : nullptr;
   return block != nullptr ? block : ::operator new(size);
 }
 
 void *rpc_port_parcel_s::operator new(size_t size, const std::nothrow_t &) noexcept {
-  void *block = size == sizeof(rpc_port_parcel_s) ? parcelCache.take() : nullptr;
+  void *block = size == sizeof(rpc_port_parcel_s) ? takeCached() : nullptr;
   return block != nullptr ? block : ::operator new(size, std::nothrow);
 }
 
 void rpc_port_parcel_s::operator delete(void *block) noexcept {
-  if (block != nullptr && !parcelCache.keep(block)) {
+  if (block != nullptr && !keepCached(block)) {
     ::operator delete(block);
   }
 }

@@ -26,6 +26,11 @@ int readValue(rpc_port_parcel_h h, T *out) {
   return platform::readValue(*h, out) ? RPC_PORT_ERROR_NONE : RPC_PORT_ERROR_IO_ERROR;
 }
 
+__attribute__((noinline)) int appendGrowing(rpc_port_parcel_h h, uint8_t byte) {
+  h->bytes.pushGrowing(byte);
+  return RPC_PORT_ERROR_NONE;
+}
+
 }  // namespace
 
 extern "C" int rpc_port_parcel_create(rpc_port_parcel_h *h) {
@@ -44,12 +49,15 @@ extern "C" int rpc_port_parcel_destroy(rpc_port_parcel_h h) {
   return RPC_PORT_ERROR_NONE;
 }
 
-// Byte arrays travel one byte per call: the whole call is a check, a store and a return.
+// Byte arrays travel one byte per call: the whole call is a check, a store and a return; growing
+// the storage is a tail call, so the common path saves no registers.
 extern "C" int rpc_port_parcel_write_byte(rpc_port_parcel_h h, char b) {
   if (h == nullptr) {
     return RPC_PORT_ERROR_INVALID_PARAMETER;
   }
-  h->bytes.push(static_cast<uint8_t>(b));
+  if (!h->bytes.tryPush(static_cast<uint8_t>(b))) {
+    return appendGrowing(h, static_cast<uint8_t>(b));
+  }
   return RPC_PORT_ERROR_NONE;
 }
 

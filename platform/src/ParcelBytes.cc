@@ -54,6 +54,11 @@ void ParcelBytes::grow(size_t count) {
   capacity_ = capacity;
 }
 
+void ParcelBytes::pushGrowing(uint8_t byte) {
+  grow(1);
+  data_[size_++] = byte;
+}
+
 void ParcelBytes::release() {
   if (onHeap()) {
     delete[] data_;

@@ -38,11 +38,22 @@ class ParcelBytes {
   }
 
   void push(uint8_t byte) {
+    if (!tryPush(byte)) {
+      pushGrowing(byte);
+    }
+  }
+
+  // Appends `byte` when there is room; false (and nothing done) when the storage is full.
+  bool tryPush(uint8_t byte) {
     if (size_ == capacity_) {
-      grow(1);
+      return false;
     }
     data_[size_++] = byte;
+    return true;
   }
+
+  // Grows the storage, then appends `byte`: the rare path of push, kept out of line.
+  void pushGrowing(uint8_t byte);
 
  private:
   // Makes room for `count` more bytes; throws std::bad_alloc when it cannot.
