@@ -11,7 +11,7 @@ BUILD_DIR ?= build-$(subst $(comma),-,$(SANITIZE))
 endif
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build test cost-check demo lint docs deb deb-test clean
+.PHONY: all deps configure build test cost-check demo lint docs deb deb-test fuzz clean
 
 all: build
 
@@ -53,6 +53,18 @@ deb:
 
 deb-test: deb
 	@tests/package/deb_test.sh $(DEB_DIR)
+
+# libFuzzer targets in their own clang build; each runs FUZZ_SECONDS, FUZZ_JOBS at a time.
+FUZZ_SECONDS ?= 60
+FUZZ_JOBS ?= 2
+FUZZ_DIR ?= build-fuzz
+fuzz: deps
+	@scripts/install-deps.sh fuzz
+	@cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 -DOXA_FUZZ=ON \
+	  -DOXA_BUILD_TESTS=OFF -DOXA_SANITIZE=fuzzer-no-link,address,undefined >/dev/null
+	@cmake --build $(FUZZ_DIR) -j $(JOBS) --target fuzzers
+	@tests/fuzz/run.sh $(FUZZ_DIR) $(FUZZ_SECONDS) $(FUZZ_JOBS)
 
 clean:
 	rm -rf build build-*

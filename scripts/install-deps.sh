@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages this project needs, and only those that are missing.
-# Usage: scripts/install-deps.sh [build|lint|docs|deb]...   (default: build)
+# Usage: scripts/install-deps.sh [build|lint|docs|deb|fuzz]...   (default: build)
 set -eu
 
 build_pkgs="cmake ninja-build g++ pkgconf libglib2.0-dev libgtest-dev libgmock-dev
@@ -11,6 +11,7 @@ lint_pkgs="clang-format clang-tidy"
 docs_pkgs="doxygen python3 man-db groff-base"
 # The Debian packages.
 deb_pkgs="debhelper dpkg-dev fakeroot lintian"
+fuzz_pkgs="clang-14 libfuzzer-14-dev"
 
 [ $# -eq 0 ] && set -- build
 wanted=""
@@ -20,6 +21,7 @@ for group in "$@"; do
     lint) wanted="$wanted $lint_pkgs" ;;
     docs) wanted="$wanted $docs_pkgs" ;;
     deb) wanted="$wanted $deb_pkgs $docs_pkgs" ;;
+    fuzz) wanted="$wanted $fuzz_pkgs" ;;
     *) echo "install-deps: unknown group '$group'" >&2; exit 2 ;;
   esac
 done
