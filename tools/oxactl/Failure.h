@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace oxactl {
 
@@ -30,9 +31,8 @@ class Failure : public std::runtime_error {
 // A library function that returned an error: `operation` is its name, `result` its code.
 class OperationFailure : public Failure {
  public:
-  OperationFailure(ExitStatus status, const std::string &operation, int result,
-                   const std::string &message)
-      : Failure(status, message), operation_(operation), result_(result) {}
+  OperationFailure(ExitStatus status, std::string operation, int result, const std::string &message)
+      : Failure(status, message), operation_(std::move(operation)), result_(result) {}
   OperationFailure(const std::string &operation, int result);
 
   const std::string &operation() const { return operation_; }

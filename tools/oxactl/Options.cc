@@ -49,13 +49,30 @@ const CLI::Validator kAddress(
                                "got " +
                                    text;
     },
-    "ADDRESS");
+    "");
 
 const CLI::Validator kHexDigits(
     [](const std::string &text) {
       return fromHex(text) ? std::string() : "expected an even number of hexadecimal digits";
     },
-    "HEXDIGITS");
+    "");
+
+// Up to a year, so that the milliseconds fit any timer.
+constexpr double kMaxSeconds = 365.0 * 24 * 60 * 60;
+
+const CLI::Validator kSeconds(
+    [](const std::string &text) {
+      try {
+        size_t end = 0;
+        const double seconds = std::stod(text, &end);
+        if (end == text.size() && seconds >= 0 && seconds <= kMaxSeconds) {
+          return std::string();
+        }
+      } catch (const std::logic_error &) {
+      }
+      return "expected a number of seconds from 0 to one year, got " + text;
+    },
+    "");
 
 std::optional<ContextPair> parseContextPair(const std::string &text) {
   const size_t colon = text.find(':');
@@ -81,7 +98,7 @@ const CLI::Validator kContextPair(
       return parseContextPair(text) ? std::string()
                                     : "expected SERVICE_TYPE:CONTEXT_TYPE such as 1:2, got " + text;
     },
-    "S:C");
+    "");
 
 void addDataOptions(CLI::App &command, DataSource &data) {
   CLI::Option_group *group =
@@ -113,6 +130,7 @@ CLI::App *addAddressCommand(CLI::App &app, const char *name, const char *help,
                             std::string &address) {
   CLI::App *command = app.add_subcommand(name, help);
   command->add_option("ADDRESS", address, "The device's address, e.g. A0:00:00:00:00:03")
+      ->type_name("ADDRESS")
       ->required()
       ->check(kAddress);
   return command;
@@ -140,6 +158,7 @@ std::map<const CLI::App *, Command> addCommands(CLI::App &app, Options &options,
   info->add_option("--context", contexts,
                    "Also read the context data of service type S and context type C "
                    "(repeatable)")
+      ->type_name("S:C")
       ->check(kContextPair)
       ->allow_extra_args(false);
   commands[info] = Command::kInfo;
@@ -189,7 +208,7 @@ void addGlobalOptions(CLI::App &app, Options &options, double &timeoutSeconds) {
                  "How long devices waits, scan and monitor run, send and message wait for the "
                  "outcome")
       ->type_name("SECONDS")
-      ->check(CLI::NonNegativeNumber);
+      ->check(kSeconds);
   app.add_flag("--json", options.json, "Print one JSON object per line");
 }
 

@@ -16,14 +16,17 @@ std::string runtimeDirectory() {
   return directory != nullptr ? directory : "unset";
 }
 
+constexpr char kPrivilegeCheck[] =
+    "does this program hold the privilege the agent requires (RPC_PORT_PRIVILEGES)?";
+
 // Why the agent could not be reached, and what to look at.
 OperationFailure connectionFailure(int result) {
-  std::string message = result == OXA_ERROR_PERMISSION_DENIED
-                            ? "the agent rejected this client: " + errorName(result)
-                            : "cannot connect to the agent: " + errorName(result);
-  message += "\ncheck: is the agent running? is RPC_PORT_RUNTIME_DIR (" + runtimeDirectory() +
-             ") the directory it listens in? does this program hold the privilege the agent "
-             "requires (RPC_PORT_PRIVILEGES)?";
+  const std::string message =
+      result == OXA_ERROR_PERMISSION_DENIED
+          ? "the agent rejected this client: " + errorName(result) + "\ncheck: " + kPrivilegeCheck
+          : "cannot connect to the agent: " + errorName(result) +
+                "\ncheck: is the agent running? is RPC_PORT_RUNTIME_DIR (" + runtimeDirectory() +
+                ") the directory it listens in? " + kPrivilegeCheck;
   return {ExitStatus::kConnection, "oxa_initialize", result, message};
 }
 

@@ -61,12 +61,11 @@ TEST_F(OxactlCommandTest, InfoReadsTheAskedContexts) {
   EXPECT_EQ(text.status, 0);
 
   const OxactlResult json =
-      run({"--json", "info", "A0:00:00:00:00:02", "--service", "3", "--context", "3:3"});
-  EXPECT_EQ(
-      json.output,
-      R"({"address":"A0:00:00:00:00:02","type":2,"name":"Kitchen Speaker",)"
-      R"("adv_data":"020106","context":[{"service":3,"context":3,"data":"766f6c756d65203430"}]})"
-      "\n");
+      run({"--json", "info", "A0:00:00:00:00:01", "--service", "3", "--context", "1:2"});
+  EXPECT_EQ(json.output,
+            R"({"address":"A0:00:00:00:00:01","type":1,"name":"Living Room TV",)"
+            R"("adv_data":"0201061aff75","context":[{"service":1,"context":2,"data":"0107"}]})"
+            "\n");
   EXPECT_EQ(json.status, 0);
 }
 

@@ -33,8 +33,10 @@ TEST_F(OxactlUsageTest, NoAgentRunningExits3WithWhatToCheck) {
 TEST_F(OxactlUsageTest, ARejectedClientExits3) {
   startSim({"--require-privilege", "http://oxa.org/privilege/agent"});
   const OxactlResult result = run({"me"});
-  EXPECT_EQ(result.output.substr(0, result.output.find('\n') + 1),
-            "oxactl: the agent rejected this client: OXA_ERROR_PERMISSION_DENIED\n");
+  EXPECT_EQ(result.output,
+            "oxactl: the agent rejected this client: OXA_ERROR_PERMISSION_DENIED\n"
+            "oxactl: check: does this program hold the privilege the agent requires "
+            "(RPC_PORT_PRIVILEGES)?\n");
   EXPECT_EQ(result.status, 3);
 }
 
