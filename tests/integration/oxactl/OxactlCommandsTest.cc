@@ -143,7 +143,7 @@ TEST_F(OxactlCommandTest, PublishPrintsTheOutcome) {
   EXPECT_EQ(json.status, 0);
 }
 
-TEST_F(OxactlCommandTest, DataComesFromAFileOrStandardInput) {
+TEST_F(OxactlCommandTest, DataComesFromAFile) {
   const std::string path = runtimeDir() + "/data";
   std::ofstream(path) << "hi";
   const OxactlResult result = run({"message", "A0:00:00:00:00:03", "--file", path});
