@@ -25,7 +25,8 @@ Agent::Agent(const Scenario &scenario, Policy policy) : policy_(std::move(policy
 }
 
 std::vector<Outgoing> Agent::connect(const std::string &sender, const std::string &instance) {
-  const Client &client = clients_.add(sender, instance);
+  const Client &client = clients_.add(
+      sender, instance, [this](const std::string &address) { return hasDevice(address); });
   SimDevice device;
   device.record = {client.address, kClientDeviceType, sender};
   device.owner = instance;
@@ -48,9 +49,10 @@ std::vector<Outgoing> Agent::disconnect(const std::string &instance) {
   return takeOutbox();
 }
 
-std::string Agent::describe(const std::string &instance) {
+Peer Agent::peer(const std::string &instance) {
   const Client *client = clients_.find(instance);
-  return client == nullptr ? instance : client->address + " " + client->sender;
+  return client == nullptr ? Peer{"", "", instance}
+                           : Peer{client->address, client->sender, instance};
 }
 
 Outcome Agent::handle(const std::string &instance, const Request &request) {

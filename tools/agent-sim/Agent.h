@@ -11,6 +11,7 @@
 #include "ClientRegistry.h"
 #include "Protocol.h"
 #include "Scenario.h"
+#include "Trace.h"
 #include "World.h"
 
 namespace oxa_sim {
@@ -43,11 +44,20 @@ class Agent {
   std::vector<Outgoing> disconnect(const std::string &instance);
   Outcome handle(const std::string &instance, const Request &request);
   std::vector<Outgoing> play(const TimelineEntry &entry);
+  // A device joins the world; if present, clients whose discovery runs are told it was found.
+  std::vector<Outgoing> addDevice(SimDevice device);
+  // A device leaves the world; if it was present, clients whose discovery runs are told it is
+  // lost.
+  std::vector<Outgoing> removeDevice(const std::string &address);
+  // Whether `address` is a device of the world other than a connected client.
+  bool hasSimulatedDevice(const std::string &address);
+  // Whether `address` names any device, simulated or a connected client.
+  bool hasDevice(const std::string &address) { return world_.find(address) != nullptr; }
 
   // Called whenever a client starts discovery (the timeline starts with the first).
   void onDiscoveryStarted(std::function<void()> hook) { discoveryStarted_ = std::move(hook); }
-  // "<address> <sender>" of a connection, for traces.
-  std::string describe(const std::string &instance);
+  // The client of a connection, for traces.
+  Peer peer(const std::string &instance);
 
  private:
   Reply dispatch(Client &client, const Request &request);

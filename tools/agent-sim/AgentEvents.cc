@@ -11,6 +11,7 @@ namespace {
 // The wire form of a simple message: the sender's application id byte and a zero byte lead.
 constexpr int kMessageCommandId = 3;
 constexpr int kMessageCommandType = OXA_COMMAND_TYPE_3;
+constexpr size_t kUsualEventsPerRequest = 4;
 
 Bytes messagePayload(const Bytes &data) {
   Bytes payload(data.size() + 2, 0);
@@ -33,6 +34,10 @@ void Agent::reply(const std::string &instance, EventKind kind, const Delegate &d
                   Event event) {
   event.kind = kind;
   event.delegate = delegate;
+  // The outbox is handed away after each request; most requests cause a few events.
+  if (outbox_.capacity() == 0) {
+    outbox_.reserve(kUsualEventsPerRequest);
+  }
   outbox_.push_back({instance, std::move(event)});
 }
 
@@ -117,6 +122,28 @@ std::vector<Outgoing> Agent::play(const TimelineEntry &entry) {
       break;
   }
   return takeOutbox();
+}
+
+std::vector<Outgoing> Agent::addDevice(SimDevice device) {
+  world_.add(std::move(device));
+  const SimDevice &added = world_.devices().back();
+  if (added.present) {
+    announce(added, EventKind::DeviceFound);
+  }
+  return takeOutbox();
+}
+
+std::vector<Outgoing> Agent::removeDevice(const std::string &address) {
+  if (const SimDevice *device = world_.findPresent(address)) {
+    announce(*device, EventKind::DeviceLost);
+  }
+  world_.remove(address);
+  return takeOutbox();
+}
+
+bool Agent::hasSimulatedDevice(const std::string &address) {
+  const SimDevice *device = world_.find(address);
+  return device != nullptr && device->owner.empty();
 }
 
 }  // namespace oxa_sim

@@ -16,11 +16,14 @@ std::string clientAddress(unsigned number) {
 
 }  // namespace
 
-Client &ClientRegistry::add(const std::string &sender, const std::string &instance) {
+Client &ClientRegistry::add(const std::string &sender, const std::string &instance,
+                            const std::function<bool(const std::string &)> &taken) {
   auto client = std::make_unique<Client>();
   client->instance = instance;
   client->sender = sender;
-  client->address = clientAddress(++connections_);
+  do {
+    client->address = clientAddress(++connections_);
+  } while ((connections_ & 0xFFFFU) == 0 || taken(client->address));
   clients_.push_back(std::move(client));
   return *clients_.back();
 }

@@ -1,6 +1,7 @@
 #ifndef OXA_TOOLS_AGENT_SIM_CLIENT_REGISTRY_H_
 #define OXA_TOOLS_AGENT_SIM_CLIENT_REGISTRY_H_
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -31,8 +32,11 @@ struct Client {
 
 class ClientRegistry {
  public:
-  // Adds a client with the next address of the form 02:00:00:00:HH:LL.
-  Client &add(const std::string &sender, const std::string &instance);
+  // Adds a client with the next address of the form 02:00:00:00:HH:LL for which `taken` is
+  // false: the counter wraps after 65,535 connections, and a long-lived client (or a device
+  // added at run time) may still hold an address of the earlier round.
+  Client &add(const std::string &sender, const std::string &instance,
+              const std::function<bool(const std::string &)> &taken);
   void remove(const std::string &instance);
   Client *find(const std::string &instance);
   Client *findByAddress(const std::string &address);

@@ -8,6 +8,8 @@
 #include <stdexcept>
 
 #include "Agent.h"
+#include "ControlSocket.h"
+#include "Controller.h"
 #include "Options.h"
 #include "Scenario.h"
 #include "StubServer.h"
@@ -56,12 +58,23 @@ oxa_sim::Scenario scenarioOf(const Options &options) {
 int run(const Options &options, const oxa_sim::Scenario &scenario) {
   const MainLoop loop(g_main_loop_new(nullptr, FALSE));
   oxa_sim::Agent agent(scenario, {options.failures, options.refuseStateChanged});
-  const oxa_sim::Trace trace(options.trace);
+  const oxa_sim::Trace trace(
+      {options.trace, options.traceJsonPath},
+      [&agent](const std::string &instance) { return agent.peer(instance); });
   oxa_sim::StubServer server(agent, options, trace);
   oxa_sim::Timeline timeline(scenario.timeline, [&](const oxa_sim::TimelineEntry &entry) {
     server.deliver(agent.play(entry));
   });
   agent.onDiscoveryStarted([&timeline] { timeline.start(); });
+
+  oxa_sim::Controller controller(
+      agent, [&server](const std::vector<oxa_sim::Outgoing> &events) { server.deliver(events); });
+  oxa_sim::ControlSocket control(options.controlPath, [&controller](const std::string &line) {
+    return controller.handle(line);
+  });
+  if (!options.controlPath.empty()) {
+    control.listen();
+  }
 
   const int result = server.listen();
   if (result != 0) {

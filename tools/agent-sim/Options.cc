@@ -46,6 +46,11 @@ bool parseOptions(int argc, char **argv, Options &options, int &exitCode) {
   app.add_flag("--refuse-state-changed", options.refuseStateChanged,
                "RegisterServiceStateChangedEvent answers an error");
   app.add_flag("--trace", options.trace, "Print every parcel received and sent");
+  app.add_option("--trace-json", options.traceJsonPath,
+                 "Write every parcel received and sent as one JSON object per line to FILE "
+                 "(- for stdout)");
+  app.add_option("--control", options.controlPath,
+                 "Listen on the Unix socket PATH for JSON actions that change the world");
   app.add_flag("--print-scenario", options.printScenario,
                "Print the built-in scenario as JSON and exit");
   try {

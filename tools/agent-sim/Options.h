@@ -13,6 +13,8 @@ struct Options {
   std::string runtimeDir;
   std::string scenarioPath;
   std::string privilege;
+  std::string controlPath;
+  std::string traceJsonPath;
   std::map<Method, int> failures;
   int delayMs = 0;
   int dropAfter = 0;

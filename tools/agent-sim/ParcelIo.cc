@@ -1,10 +1,53 @@
 #include "ParcelIo.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace oxa_sim {
 
 namespace {
+
+// What a byte array may take before its first byte is read; it doubles as bytes arrive.
+constexpr size_t kFirstByteChunk = 4096;
+
+// The host transport writes values untagged, little-endian and fixed-width (platform/README.md),
+// so eight bytes moved as one int64 are the same eight bytes on the wire, for an eighth of the
+// calls into the parcel.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "byte blocks assume little-endian");
+constexpr size_t kBlockBytes = sizeof(long long);
+
+// Reads `size` bytes into `out`; false when the parcel holds fewer.
+bool readRaw(rpc_port_parcel_h parcel, unsigned char *out, size_t size) {
+  size_t done = 0;
+  for (; done + kBlockBytes <= size; done += kBlockBytes) {
+    long long block = 0;
+    if (rpc_port_parcel_read_int64(parcel, &block) != RPC_PORT_ERROR_NONE) {
+      return false;
+    }
+    std::memcpy(out + done, &block, kBlockBytes);
+  }
+  for (; done < size; ++done) {
+    char byte = 0;
+    if (rpc_port_parcel_read_byte(parcel, &byte) != RPC_PORT_ERROR_NONE) {
+      return false;
+    }
+    out[done] = static_cast<unsigned char>(byte);
+  }
+  return true;
+}
+
+void writeRaw(rpc_port_parcel_h parcel, const unsigned char *data, size_t size) {
+  size_t done = 0;
+  for (; done + kBlockBytes <= size; done += kBlockBytes) {
+    long long block = 0;
+    std::memcpy(&block, data + done, kBlockBytes);
+    rpc_port_parcel_write_int64(parcel, block);
+  }
+  for (; done < size; ++done) {
+    rpc_port_parcel_write_byte(parcel, static_cast<char>(data[done]));
+  }
+}
 
 // Reads typed values in order and remembers whether any read failed.
 class Reader {
@@ -33,15 +76,21 @@ class Reader {
     return value;
   }
 
+  // The count comes from the wire: memory grows with the bytes actually read, never from the
+  // count alone, so a parcel that claims more than it holds costs no more than what it holds.
   Bytes bytes() {
     int count = 0;
     check(rpc_port_parcel_read_array_count(parcel_, &count));
-    Bytes value;
-    value.reserve(count > 0 ? static_cast<size_t>(count) : 0);
-    for (int i = 0; i < count && ok_; ++i) {
-      char byte = 0;
-      check(rpc_port_parcel_read_byte(parcel_, &byte));
-      value.push_back(static_cast<unsigned char>(byte));
+    const size_t wanted = ok_ && count > 0 ? static_cast<size_t>(count) : 0;
+    Bytes value(std::min(wanted, kFirstByteChunk));
+    for (size_t filled = 0; filled < wanted; filled = value.size()) {
+      if (filled > 0) {
+        value.resize(std::min(wanted, 2 * filled));
+      }
+      if (!readRaw(parcel_, value.data() + filled, value.size() - filled)) {
+        ok_ = false;
+        return {};
+      }
     }
     return value;
   }
@@ -91,9 +140,7 @@ class Writer {
 
   void bytes(const Bytes &value) {
     rpc_port_parcel_write_array_count(parcel_.get(), static_cast<int>(value.size()));
-    for (unsigned char byte : value) {
-      rpc_port_parcel_write_byte(parcel_.get(), static_cast<char>(byte));
-    }
+    writeRaw(parcel_.get(), value.data(), value.size());
   }
 
   void device(const DeviceRecord &record) {

@@ -1,70 +1,20 @@
 #include "Scenario.h"
 
 #include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
+#include <set>
 #include <stdexcept>
+
+#include "Limits.h"
+#include "ScenarioJson.h"
 
 namespace oxa_sim {
 
 namespace {
 
-using Json = nlohmann::json;
+// The type of a device whose type the scenario leaves out: "unknown".
+constexpr int kUnknownDeviceType = 99;
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
-  }
-  if (c >= 'a' && c <= 'f') {
-    return c - 'a' + 10;
-  }
-  if (c >= 'A' && c <= 'F') {
-    return c - 'A' + 10;
-  }
-  throw std::runtime_error(std::string("invalid hex digit '") + c + "'");
-}
-
-Bytes fromHex(const std::string &text) {
-  if (text.size() % 2 != 0) {
-    throw std::runtime_error("hex data \"" + text + "\" has an odd number of digits");
-  }
-  Bytes bytes;
-  for (size_t i = 0; i < text.size(); i += 2) {
-    bytes.push_back(static_cast<unsigned char>(hexDigit(text[i]) * 16 + hexDigit(text[i + 1])));
-  }
-  return bytes;
-}
-
-// Data is written either as "text" (its UTF-8 bytes) or as "hex" digits.
-Bytes dataOf(const Json &object) {
-  if (object.contains("text")) {
-    const std::string text = object.at("text").get<std::string>();
-    return {text.begin(), text.end()};
-  }
-  if (object.contains("hex")) {
-    return fromHex(object.at("hex").get<std::string>());
-  }
-  return {};
-}
-
-SimDevice deviceFrom(const Json &object) {
-  SimDevice device;
-  device.record.address = object.at("address").get<std::string>();
-  device.record.type = object.value("type", 99);
-  device.record.name = object.value("name", "");
-  device.present = object.value("present", true);
-  device.echo = object.value("echo", false);
-  if (object.contains("adv_data")) {
-    device.advData = dataOf(object.at("adv_data"));
-  }
-  for (const Json &context : object.value("contexts", Json::array())) {
-    const ContextKey key{context.at("service").get<int>(), context.at("context").get<int>()};
-    device.contexts[key] = dataOf(context);
-  }
-  return device;
-}
-
-TimelineAction actionFrom(const std::string &name) {
+TimelineAction actionNamed(const std::string &name) {
   static const std::pair<const char *, TimelineAction> actions[] = {
       {"appear", TimelineAction::Appear},   {"disappear", TimelineAction::Disappear},
       {"context", TimelineAction::Context}, {"command", TimelineAction::Command},
@@ -78,26 +28,34 @@ TimelineAction actionFrom(const std::string &name) {
   throw std::runtime_error("unknown timeline action \"" + name + "\"");
 }
 
-TimelineEntry entryFrom(const Json &object) {
-  TimelineEntry entry;
-  entry.atMs = object.at("at_ms").get<int>();
-  entry.action = actionFrom(object.at("action").get<std::string>());
-  entry.address = object.at("address").get<std::string>();
-  entry.serviceType = object.value("service", 0);
-  entry.contextType = object.value("context", 0);
-  entry.commandId = object.value("id", 0);
-  entry.commandType = object.value("type", 0);
-  entry.data = dataOf(object);
+TimelineEntry timedEntryFrom(const Json &object) {
+  TimelineEntry entry = actionFromJson(object);
+  entry.atMs = requireInt(object, "at_ms");
+  if (entry.atMs < 0) {
+    throw std::runtime_error("field \"at_ms\" must not be negative");
+  }
   return entry;
 }
 
+const Json &arrayOf(const Json &document, const char *key) {
+  static const Json kEmpty = Json::array();
+  const auto it = document.find(key);
+  if (it == document.end()) {
+    return kEmpty;
+  }
+  if (!it->is_array()) {
+    throw std::runtime_error(std::string("\"") + key + "\" must be an array");
+  }
+  return *it;
+}
+
 void checkAddresses(const Scenario &scenario) {
+  std::set<std::string> addresses;
+  for (const SimDevice &device : scenario.devices) {
+    addresses.insert(device.record.address);
+  }
   for (const TimelineEntry &entry : scenario.timeline) {
-    bool known = false;
-    for (const SimDevice &device : scenario.devices) {
-      known = known || device.record.address == entry.address;
-    }
-    if (!known) {
+    if (addresses.count(entry.address) == 0) {
       throw std::runtime_error("timeline names unknown device " + entry.address);
     }
   }
@@ -105,15 +63,68 @@ void checkAddresses(const Scenario &scenario) {
 
 }  // namespace
 
+SimDevice deviceFromJson(const Json &object) {
+  if (!object.is_object()) {
+    throw std::runtime_error("a device must be a JSON object");
+  }
+  SimDevice device;
+  device.record.address = requireString(object, "address");
+  device.record.type = optionalInt(object, "type", kUnknownDeviceType);
+  device.record.name = optionalString(object, "name", "");
+  device.present = optionalBool(object, "present", true);
+  device.echo = optionalBool(object, "echo", false);
+  if (object.contains("adv_data")) {
+    device.advData = dataOf(object.at("adv_data"));
+  }
+  for (const Json &context : arrayOf(object, "contexts")) {
+    const ContextKey key{requireInt(context, "service"), requireInt(context, "context")};
+    device.contexts[key] = dataOf(context);
+  }
+  return device;
+}
+
+TimelineEntry actionFromJson(const Json &object) {
+  if (!object.is_object()) {
+    throw std::runtime_error("an action must be a JSON object");
+  }
+  TimelineEntry entry;
+  entry.action = actionNamed(requireString(object, "action"));
+  entry.address = requireString(object, "address");
+  switch (entry.action) {
+    case TimelineAction::Appear:
+    case TimelineAction::Disappear:
+      break;
+    case TimelineAction::Context:
+      entry.serviceType = requireInt(object, "service");
+      entry.contextType = requireInt(object, "context");
+      entry.data = dataOf(object);
+      break;
+    case TimelineAction::Command:
+      entry.serviceType = requireInt(object, "service");
+      entry.commandId = requireInt(object, "id");
+      entry.commandType = requireInt(object, "type");
+      entry.data = dataOf(object);
+      break;
+    case TimelineAction::Message:
+      entry.serviceType = requireInt(object, "service");
+      entry.data = dataOf(object);
+      break;
+  }
+  return entry;
+}
+
 Scenario parseScenario(const std::string &json) {
   try {
     const Json document = Json::parse(json);
-    Scenario scenario;
-    for (const Json &device : document.value("devices", Json::array())) {
-      scenario.devices.push_back(deviceFrom(device));
+    if (!document.is_object()) {
+      throw std::runtime_error("a scenario must be a JSON object");
     }
-    for (const Json &entry : document.value("timeline", Json::array())) {
-      scenario.timeline.push_back(entryFrom(entry));
+    Scenario scenario;
+    for (const Json &device : arrayOf(document, "devices")) {
+      scenario.devices.push_back(deviceFromJson(device));
+    }
+    for (const Json &entry : arrayOf(document, "timeline")) {
+      scenario.timeline.push_back(timedEntryFrom(entry));
     }
     checkAddresses(scenario);
     return scenario;
@@ -123,13 +134,21 @@ Scenario parseScenario(const std::string &json) {
 }
 
 Scenario loadScenario(const std::string &path) {
-  std::ifstream file(path);
+  std::ifstream file(path, std::ios::binary);
   if (!file) {
     throw std::runtime_error("cannot read scenario file " + path);
   }
-  std::ostringstream text;
-  text << file.rdbuf();
-  return parseScenario(text.str());
+  std::string text(kMaxScenarioBytes + 1, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  if (file.bad()) {
+    throw std::runtime_error("cannot read scenario file " + path);
+  }
+  if (static_cast<size_t>(file.gcount()) > kMaxScenarioBytes) {
+    throw std::runtime_error("scenario file " + path + " is larger than " +
+                             std::to_string(kMaxScenarioBytes) + " bytes");
+  }
+  text.resize(static_cast<size_t>(file.gcount()));
+  return parseScenario(text);
 }
 
 }  // namespace oxa_sim

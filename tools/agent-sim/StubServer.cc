@@ -46,7 +46,7 @@ void StubServer::deliver(const std::vector<Outgoing> &events) {
   for (const Outgoing &outgoing : events) {
     rpc_port_h port = portOf(RPC_PORT_PORT_CALLBACK, outgoing.instance);
     if (port != nullptr) {
-      trace_.sent(agent_.describe(outgoing.instance), outgoing.event);
+      trace_.sent(outgoing.instance, outgoing.event);
       sendParcel(writeEvent(outgoing.event), port);
     }
   }
@@ -55,13 +55,13 @@ void StubServer::deliver(const std::vector<Outgoing> &events) {
 void StubServer::onConnected(const char *sender, const char *instance, void *data) {
   auto *server = static_cast<StubServer *>(data);
   std::vector<Outgoing> events = server->agent_.connect(sender, instance);
-  server->trace_.note(server->agent_.describe(instance), "connected");
+  server->trace_.note(instance, "connected");
   server->deliver(events);
 }
 
 void StubServer::onDisconnected(const char * /*sender*/, const char *instance, void *data) {
   auto *server = static_cast<StubServer *>(data);
-  server->trace_.note(server->agent_.describe(instance), "disconnected");
+  server->trace_.note(instance, "disconnected");
   server->requestCounts_.erase(instance);
   server->deliver(server->agent_.disconnect(instance));
 }
@@ -75,18 +75,18 @@ int StubServer::receive(const std::string &instance, rpc_port_h port) {
   const Parcel parcel = receiveParcel(port);
   const std::optional<Request> request = parcel ? readRequest(parcel.get()) : std::nullopt;
   if (!request) {
-    trace_.note(agent_.describe(instance), "unreadable request, closing the connection");
+    trace_.note(instance, "unreadable request, closing the connection");
     deliver(agent_.disconnect(instance));
     return kDropConnection;
   }
-  trace_.received(agent_.describe(instance), *request);
+  trace_.received(instance, *request);
   if (options_.delayMs > 0) {
     delay(instance, *request);
   } else {
     answer(instance, *request);
   }
   if (options_.dropAfter > 0 && ++requestCounts_[instance] >= options_.dropAfter) {
-    trace_.note(agent_.describe(instance), "request limit reached, closing the connection");
+    trace_.note(instance, "request limit reached, closing the connection");
     deliver(agent_.disconnect(instance));
     return kDropConnection;
   }
@@ -98,7 +98,7 @@ void StubServer::answer(const std::string &instance, const Request &request) {
   if (outcome.reply) {
     rpc_port_h port = portOf(RPC_PORT_PORT_MAIN, instance);
     if (port != nullptr) {
-      trace_.replied(agent_.describe(instance), *outcome.reply);
+      trace_.replied(instance, *outcome.reply);
       sendParcel(writeReply(*outcome.reply), port);
     }
   }

@@ -2,6 +2,9 @@
 
 #include <cstdio>
 #include <sstream>
+#include <stdexcept>
+
+#include "TraceJson.h"
 
 namespace oxa_sim {
 
@@ -132,35 +135,88 @@ std::string formatEvent(const Event &event) {
   return out.str();
 }
 
-// Formatting a parcel costs more than handling it (payloads as hex), so nothing is formatted
-// unless tracing is on.
-void Trace::received(const std::string &peer, const Request &request) const {
-  if (enabled_) {
+Trace::Trace(const Sinks &sinks, Describe describe)
+    : text_(sinks.text), describe_(std::move(describe)) {
+  if (sinks.jsonPath == "-") {
+    json_.reset(stdout);
+  } else if (!sinks.jsonPath.empty()) {
+    json_.reset(std::fopen(sinks.jsonPath.c_str(), "w"));
+    if (!json_) {
+      throw std::runtime_error("cannot write the JSON trace to " + sinks.jsonPath);
+    }
+  }
+}
+
+void Trace::FileCloser::operator()(std::FILE *file) const {
+  if (file != stdout) {
+    std::fclose(file);
+  }
+}
+
+// Formatting a parcel costs more than handling it (payloads as hex), so nothing is looked up or
+// formatted unless tracing is on.
+void Trace::received(const std::string &instance, const Request &request) const {
+  if (!enabled()) {
+    return;
+  }
+  const Peer peer = describe_(instance);
+  if (text_) {
     print("<-", peer, formatRequest(request));
   }
+  if (json_) {
+    writeJson(requestJson(peer, request));
+  }
 }
 
-void Trace::replied(const std::string &peer, const Reply &reply) const {
-  if (enabled_) {
+void Trace::replied(const std::string &instance, const Reply &reply) const {
+  if (!enabled()) {
+    return;
+  }
+  const Peer peer = describe_(instance);
+  if (text_) {
     print("->", peer, formatReply(reply));
   }
+  if (json_) {
+    writeJson(replyJson(peer, reply));
+  }
 }
 
-void Trace::sent(const std::string &peer, const Event &event) const {
-  if (enabled_) {
+void Trace::sent(const std::string &instance, const Event &event) const {
+  if (!enabled()) {
+    return;
+  }
+  const Peer peer = describe_(instance);
+  if (text_) {
     print("=>", peer, formatEvent(event));
   }
-}
-
-void Trace::note(const std::string &peer, const std::string &text) const {
-  if (enabled_) {
-    print("--", peer, text);
+  if (json_) {
+    writeJson(eventJson(peer, event));
   }
 }
 
-void Trace::print(const char *direction, const std::string &peer, const std::string &text) {
-  std::printf("trace: %s [%s] %s\n", direction, peer.c_str(), text.c_str());
+void Trace::note(const std::string &instance, const std::string &text) const {
+  if (!enabled()) {
+    return;
+  }
+  const Peer peer = describe_(instance);
+  if (text_) {
+    print("--", peer, text);
+  }
+  if (json_) {
+    writeJson(noteJson(peer, text));
+  }
+}
+
+void Trace::print(const char *direction, const Peer &peer, const std::string &text) const {
+  const std::string name = peer.address.empty() ? peer.instance : peer.address + " " + peer.appId;
+  std::printf("trace: %s [%s] %s\n", direction, name.c_str(), text.c_str());
   std::fflush(stdout);
+}
+
+void Trace::writeJson(const std::string &line) const {
+  std::fputs(line.c_str(), json_.get());
+  std::fputc('\n', json_.get());
+  std::fflush(json_.get());
 }
 
 }  // namespace oxa_sim

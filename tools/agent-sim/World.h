@@ -35,6 +35,8 @@ class World {
   SimDevice *findPresent(const std::string &address);
   // Present devices in the order they were added, without the one at `except`.
   std::vector<const SimDevice *> presentDevices(const std::string &except) const;
+  // Every device, in the order they were added.
+  const std::vector<SimDevice> &devices() const { return devices_; }
 
  private:
   std::vector<SimDevice> devices_;

@@ -36,6 +36,7 @@ class ChildProgram {
   void drain();
 
   void kill(int signal) const { child_.kill(signal); }
+  pid_t pid() const { return child_.pid(); }
   std::optional<int> waitExit(std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
  private:

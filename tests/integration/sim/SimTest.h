@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ChildProgram.h"
+#include "RawAgentClient.h"
 #include "RuntimeDir.h"
 
 namespace oxa::test {
@@ -23,6 +24,17 @@ class SimTest : public PlatformTest {
   }
 
   ChildProgram &sim() { return *sim_; }
+
+  // A raw client connected to the simulator under `appid`; null if it did not connect.
+  std::unique_ptr<raw_agent::Client> connectRaw(const std::string &appid = OXA_AGENT_APPID) {
+    auto client = std::make_unique<raw_agent::Client>(context());
+    if (client->connect(appid) != RPC_PORT_ERROR_NONE ||
+        !runUntil([&] { return client->connected() || client->rejected(); }) ||
+        !client->connected()) {
+      return nullptr;
+    }
+    return client;
+  }
 
   // Writes `json` into the runtime dir and returns the file's path.
   std::string writeScenario(const std::string &json) {
