@@ -36,7 +36,8 @@ int openFds(pid_t pid) {
   return pid == ::getpid() ? count - 1 : count;
 }
 
-Sampler::Sampler(pid_t self, pid_t agent) : self_(self), agent_(agent), thread_([this] { run(); }) {}
+Sampler::Sampler(pid_t self, pid_t agent)
+    : self_(self), agent_(agent), thread_([this] { run(); }) {}
 
 Sampler::~Sampler() {
   {
@@ -56,8 +57,7 @@ void Sampler::phase(const std::string &name) {
 
 void Sampler::sampleNow() {
   Sample sample;
-  sample.seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  sample.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
   sample.operations = operations_.load(std::memory_order_relaxed);
   sample.selfRssKb = residentKb(self_);
   sample.selfFds = openFds(self_);

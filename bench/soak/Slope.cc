@@ -31,7 +31,8 @@ std::vector<Sample> afterWarmUp(const std::vector<Sample> &samples, const std::s
       inPhase.push_back(sample);
     }
   }
-  return std::vector<Sample>(inPhase.begin() + static_cast<long>(inPhase.size() / 5), inPhase.end());
+  return std::vector<Sample>(inPhase.begin() + static_cast<long>(inPhase.size() / 5),
+                             inPhase.end());
 }
 
 void printPhase(const std::vector<Sample> &samples, const std::string &phase) {

@@ -36,7 +36,9 @@ struct Counters {
 void onInitialized(oxa_error_e result, void *data) {
   static_cast<Counters *>(data)->initialized = result;
 }
-void onFound(oxa_device_h /*device*/, void *data) { ++static_cast<Counters *>(data)->found; }
+void onFound(oxa_device_h /*device*/, void *data) {
+  ++static_cast<Counters *>(data)->found;
+}
 void onSent(oxa_command_h command, oxa_error_e result, void *data) {
   auto &counters = *static_cast<Counters *>(data);
   ++counters.sent;
@@ -82,7 +84,8 @@ void events(GMainContext *context, oxa_service_h service, Counters &counters,
   while (counters.found - start < count) {
     const long long before = counters.found;
     if (oxa_start_discovery(service) != OXA_ERROR_NONE ||
-        !oxa::test::runUntil(context, [&] { return counters.found - before >= kDevices; }, kWait)) {
+        !oxa::test::runUntil(
+            context, [&] { return counters.found - before >= kDevices; }, kWait)) {
       fail("discovery events did not arrive");
     }
     sampler.done(counters.found - start);
@@ -101,13 +104,15 @@ void commands(GMainContext *context, oxa_service_h service, Counters &counters,
       fail("a command failed");
     }
     if (!oxa::test::runUntil(
-            context, [&] { return done + 1 - counters.sent <= static_cast<long long>(kCommandWindow); },
+            context,
+            [&] { return done + 1 - counters.sent <= static_cast<long long>(kCommandWindow); },
             kWait)) {
       fail("sent callbacks stopped");
     }
     sampler.done(done + 1);
   }
-  oxa::test::runUntil(context, [&] { return counters.sent == count; }, kWait);
+  oxa::test::runUntil(
+      context, [&] { return counters.sent == count; }, kWait);
 }
 
 long long argument(int argc, char **argv, int index, long long fallback) {
@@ -125,14 +130,16 @@ int main(int argc, char **argv) {
   oxa::test::ScopedMainContext context;
   const std::string scenarioPath = runtimeDir.path() + "/soak.json";
   std::ofstream(scenarioPath) << scenario();
-  oxa::test::ChildProgram agent(oxa::test::simCommand(runtimeDir.path(), {"--scenario", scenarioPath}));
+  oxa::test::ChildProgram agent(
+      oxa::test::simCommand(runtimeDir.path(), {"--scenario", scenarioPath}));
   if (!agent.waitForOutput(oxa::test::kSimReadyLine)) {
     fail("the agent did not start");
   }
   setenv("RPC_PORT_APPID", "org.example.soak", 1);
   Counters counters;
   oxa_initialize(onInitialized, &counters);
-  if (!oxa::test::runUntil(context.get(), [&] { return counters.initialized >= 0; }, kWait) ||
+  if (!oxa::test::runUntil(
+          context.get(), [&] { return counters.initialized >= 0; }, kWait) ||
       counters.initialized != OXA_ERROR_NONE) {
     fail("could not connect");
   }

@@ -69,7 +69,8 @@ void save(const char *target, const Body &input) {
   }
   const std::string path = std::string(dir) + "/" + target + "/" + nameOf(input);
   std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char *>(input.data()), static_cast<std::streamsize>(input.size()));
+      .write(reinterpret_cast<const char *>(input.data()),
+             static_cast<std::streamsize>(input.size()));
 }
 
 void saveFrame(const Body &body) {

@@ -30,13 +30,27 @@ void readWith(rpc_port_parcel_h parcel, const uint8_t *script, size_t length) {
     bool flag = false;
     char *text = nullptr;
     switch (script[at] % 9) {
-      case 0: rpc_port_parcel_read_byte(parcel, &byte); break;
-      case 1: rpc_port_parcel_read_int16(parcel, &int16); break;
-      case 2: rpc_port_parcel_read_int32(parcel, &int32); break;
-      case 3: rpc_port_parcel_read_int64(parcel, &int64); break;
-      case 4: rpc_port_parcel_read_float(parcel, &real); break;
-      case 5: rpc_port_parcel_read_double(parcel, &precise); break;
-      case 6: rpc_port_parcel_read_bool(parcel, &flag); break;
+      case 0:
+        rpc_port_parcel_read_byte(parcel, &byte);
+        break;
+      case 1:
+        rpc_port_parcel_read_int16(parcel, &int16);
+        break;
+      case 2:
+        rpc_port_parcel_read_int32(parcel, &int32);
+        break;
+      case 3:
+        rpc_port_parcel_read_int64(parcel, &int64);
+        break;
+      case 4:
+        rpc_port_parcel_read_float(parcel, &real);
+        break;
+      case 5:
+        rpc_port_parcel_read_double(parcel, &precise);
+        break;
+      case 6:
+        rpc_port_parcel_read_bool(parcel, &flag);
+        break;
       case 7:
         rpc_port_parcel_read_string(parcel, &text);
         std::free(text);

@@ -23,8 +23,12 @@ struct Proxy {
 // Port handles are these two addresses; nothing reads through them.
 int mainPortToken;
 int callbackPortToken;
-rpc_port_h mainPort() { return &mainPortToken; }
-rpc_port_h callbackPort() { return &callbackPortToken; }
+rpc_port_h mainPort() {
+  return &mainPortToken;
+}
+rpc_port_h callbackPort() {
+  return &callbackPortToken;
+}
 
 std::deque<Body> replies;
 std::deque<Body> events;
@@ -36,8 +40,12 @@ constexpr char kPort[] = "OxaAgentInterface";
 
 }  // namespace
 
-void queueReply(const uint8_t *data, size_t size) { replies.emplace_back(data, data + size); }
-void queueEvent(const uint8_t *data, size_t size) { events.emplace_back(data, data + size); }
+void queueReply(const uint8_t *data, size_t size) {
+  replies.emplace_back(data, data + size);
+}
+void queueEvent(const uint8_t *data, size_t size) {
+  events.emplace_back(data, data + size);
+}
 void clearQueues() {
   replies.clear();
   events.clear();
@@ -155,12 +163,15 @@ int dlog_print(log_priority /*prio*/, const char * /*tag*/, const char * /*fmt*/
   return 0;
 }
 
-int dlog_vprint(log_priority /*prio*/, const char * /*tag*/, const char * /*fmt*/,
-                va_list /*ap*/) {
+int dlog_vprint(log_priority /*prio*/, const char * /*tag*/, const char * /*fmt*/, va_list /*ap*/) {
   return 0;
 }
 
-int get_last_result(void) { return fuzz::lastResult; }
-void set_last_result(int result) { fuzz::lastResult = result; }
+int get_last_result(void) {
+  return fuzz::lastResult;
+}
+void set_last_result(int result) {
+  fuzz::lastResult = result;
+}
 
 }  // extern "C"

@@ -39,8 +39,12 @@ void queueMyDeviceReply() {
 void onInitialized(oxa_error_e /*result*/, void * /*data*/) {}
 void onRegistered(oxa_service_h /*service*/, oxa_error_e /*result*/, void * /*data*/) {}
 void onState(oxa_service_h /*service*/, int /*state*/, void * /*data*/) {}
-void onDevice(oxa_device_h device, void * /*data*/) { readDevice(device); }
-void onCommand(oxa_command_h command, void * /*data*/) { readCommand(command); }
+void onDevice(oxa_device_h device, void * /*data*/) {
+  readDevice(device);
+}
+void onCommand(oxa_command_h command, void * /*data*/) {
+  readCommand(command);
+}
 void onMessage(const char *address, const unsigned char *data, int length, void * /*data*/) {
   volatile size_t sum = std::strlen(address);
   for (int at = 0; at < length; ++at) {

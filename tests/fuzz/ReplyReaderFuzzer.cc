@@ -18,8 +18,12 @@ constexpr char kAddress[] = "A0:00:00:00:00:02";
 constexpr unsigned kCallsPerConnection = 1024;
 
 void onState(oxa_service_h /*service*/, int /*state*/, void * /*data*/) {}
-void onDevice(oxa_device_h device, void * /*data*/) { fuzz::readDevice(device); }
-void onCommand(oxa_command_h command, void * /*data*/) { fuzz::readCommand(command); }
+void onDevice(oxa_device_h device, void * /*data*/) {
+  fuzz::readDevice(device);
+}
+void onCommand(oxa_command_h command, void * /*data*/) {
+  fuzz::readCommand(command);
+}
 void onSent(oxa_command_h /*command*/, oxa_error_e /*result*/, void * /*data*/) {}
 bool onListed(oxa_device_h device, void * /*data*/) {
   fuzz::readDevice(device);
@@ -41,22 +45,54 @@ void callMethod(int methodId, fuzz::LibrarySession &session) {
   oxa_device_h device = nullptr;
   const unsigned char context[] = {'c'};
   switch (methodId) {
-    case 3: oxa_service_unregister(service); break;
-    case 4: oxa_service_get_state(service, &state); break;
-    case 5: oxa_service_set_state_changed_cb(service, onState, nullptr); break;
-    case 6: oxa_service_unset_state_changed_cb(service); break;
-    case 7: oxa_send_command(service, session.command, onSent, nullptr); break;
-    case 8: oxa_set_command_received_cb(service, onCommand, nullptr); break;
-    case 9: oxa_unset_command_received_cb(service); break;
-    case 10: oxa_set_device_found_cb(service, onDevice, nullptr); break;
-    case 11: oxa_unset_device_found_cb(service); break;
-    case 12: oxa_set_device_lost_cb(service, onDevice, nullptr); break;
-    case 13: oxa_unset_device_lost_cb(service); break;
-    case 14: oxa_set_context_changed_cb(service, onDevice, nullptr); break;
-    case 15: oxa_unset_context_changed_cb(service); break;
-    case 16: oxa_start_discovery(service); break;
-    case 17: oxa_stop_discovery(service); break;
-    case 18: oxa_foreach_found_device(service, onListed, nullptr); break;
+    case 3:
+      oxa_service_unregister(service);
+      break;
+    case 4:
+      oxa_service_get_state(service, &state);
+      break;
+    case 5:
+      oxa_service_set_state_changed_cb(service, onState, nullptr);
+      break;
+    case 6:
+      oxa_service_unset_state_changed_cb(service);
+      break;
+    case 7:
+      oxa_send_command(service, session.command, onSent, nullptr);
+      break;
+    case 8:
+      oxa_set_command_received_cb(service, onCommand, nullptr);
+      break;
+    case 9:
+      oxa_unset_command_received_cb(service);
+      break;
+    case 10:
+      oxa_set_device_found_cb(service, onDevice, nullptr);
+      break;
+    case 11:
+      oxa_unset_device_found_cb(service);
+      break;
+    case 12:
+      oxa_set_device_lost_cb(service, onDevice, nullptr);
+      break;
+    case 13:
+      oxa_unset_device_lost_cb(service);
+      break;
+    case 14:
+      oxa_set_context_changed_cb(service, onDevice, nullptr);
+      break;
+    case 15:
+      oxa_unset_context_changed_cb(service);
+      break;
+    case 16:
+      oxa_start_discovery(service);
+      break;
+    case 17:
+      oxa_stop_discovery(service);
+      break;
+    case 18:
+      oxa_foreach_found_device(service, onListed, nullptr);
+      break;
     case 19:
       if (oxa_get_my_device(service, kAddress, &device) == OXA_ERROR_NONE) {
         fuzz::readDevice(device);
@@ -74,8 +110,12 @@ void callMethod(int methodId, fuzz::LibrarySession &session) {
         freeBytes(bytes, length);
       }
       break;
-    case 22: oxa_update_context(service, OXA_CONTEXT_TYPE_2, context, sizeof context); break;
-    case 23: oxa_service_set_app_id(service, 7); break;
+    case 22:
+      oxa_update_context(service, OXA_CONTEXT_TYPE_2, context, sizeof context);
+      break;
+    case 23:
+      oxa_service_set_app_id(service, 7);
+      break;
     default:
       oxa_deinitialize();
       fuzz::reconnectLibrary();

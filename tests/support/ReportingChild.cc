@@ -130,8 +130,9 @@ bool ReportingChild::readReport() {
 }
 
 std::optional<Report> ReportingChild::waitReport(GMainContext *context,
-                                              std::chrono::milliseconds timeout) {
-  if (!runUntil(context, [this] { return ended_ || readReport(); }, timeout)) {
+                                                 std::chrono::milliseconds timeout) {
+  if (!runUntil(
+          context, [this] { return ended_ || readReport(); }, timeout)) {
     return std::nullopt;
   }
   child_->waitExit(std::chrono::seconds(5));

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "ReportingChild.h"
 #include "HostileAgent.h"
 #include "ProbeApplication.h"
+#include "ReportingChild.h"
 #include "RuntimeDir.h"
 #include "Wire.h"
 
@@ -82,16 +82,16 @@ class HostileAgentTest : public PlatformTest {
   static void expectSurvived(const Report &report) {
     EXPECT_EQ(valueOf(report, "initialized_1"), OXA_ERROR_NONE);
     EXPECT_EQ(report.count("initialized_2"), 0U) << "the connection was lost";
-    EXPECT_GE(valueOf(report, "marker_ms"), 0) << "the valid event after the hostile ones never came";
+    EXPECT_GE(valueOf(report, "marker_ms"), 0)
+        << "the valid event after the hostile ones never came";
     EXPECT_LT(valueOf(report, "peak_rss_kb"), kPeakRssLimitKb);
   }
 };
 
 TEST_F(HostileAgentTest, CommandEventClaimingABillionPayloadBytes) {
   const Report report = probe(afterDiscovery([](const HostileAgent &agent) {
-    return std::vector<Body>{commandUpToPayload(agent.seqsOf(kCommandReceived).front())
-                                 .int32(kBillion)
-                                 .body()};
+    return std::vector<Body>{
+        commandUpToPayload(agent.seqsOf(kCommandReceived).front()).int32(kBillion).body()};
   }));
   expectSurvived(report);
   EXPECT_LT(valueOf(report, "marker_ms"), kOneSecondMs);
@@ -100,14 +100,12 @@ TEST_F(HostileAgentTest, CommandEventClaimingABillionPayloadBytes) {
 }
 
 TEST_F(HostileAgentTest, FoundDeviceListClaimingABillionRecords) {
-  const Report report =
-      probe([](const HostileAgent &agent, const HostileAgent::Request &request) {
-        if (request.method == kGetFoundDeviceList) {
-          return HostileAgent::Answer{{Wire::reply().int32(kBillion).body()}, {}};
-        }
-        return afterDiscovery([](const HostileAgent &) { return std::vector<Body>{}; })(agent,
-                                                                                       request);
-      });
+  const Report report = probe([](const HostileAgent &agent, const HostileAgent::Request &request) {
+    if (request.method == kGetFoundDeviceList) {
+      return HostileAgent::Answer{{Wire::reply().int32(kBillion).body()}, {}};
+    }
+    return afterDiscovery([](const HostileAgent &) { return std::vector<Body>{}; })(agent, request);
+  });
   expectSurvived(report);
   EXPECT_LT(valueOf(report, "list_ms"), kOneSecondMs);
   EXPECT_EQ(valueOf(report, "listed"), 0);
@@ -188,18 +186,15 @@ TEST_F(HostileAgentTest, CallbackParcelsWithWrongCommandIdsAreDropped) {
 }
 
 TEST_F(HostileAgentTest, NegativeCounts) {
-  const Report report =
-      probe([](const HostileAgent &agent, const HostileAgent::Request &request) {
-        if (request.method == kGetFoundDeviceList) {
-          return HostileAgent::Answer{{Wire::reply().int32(-5).int32(0).body()}, {}};
-        }
-        return afterDiscovery([](const HostileAgent &events) {
-          return std::vector<Body>{commandUpToPayload(events.seqsOf(kCommandReceived).front())
-                                       .int32(-1)
-                                       .int32(7)
-                                       .body()};
-        })(agent, request);
-      });
+  const Report report = probe([](const HostileAgent &agent, const HostileAgent::Request &request) {
+    if (request.method == kGetFoundDeviceList) {
+      return HostileAgent::Answer{{Wire::reply().int32(-5).int32(0).body()}, {}};
+    }
+    return afterDiscovery([](const HostileAgent &events) {
+      return std::vector<Body>{
+          commandUpToPayload(events.seqsOf(kCommandReceived).front()).int32(-1).int32(7).body()};
+    })(agent, request);
+  });
   expectSurvived(report);
   EXPECT_EQ(valueOf(report, "list_result"), OXA_ERROR_NONE);
   EXPECT_EQ(valueOf(report, "listed"), 0);
@@ -207,21 +202,19 @@ TEST_F(HostileAgentTest, NegativeCounts) {
 }
 
 TEST_F(HostileAgentTest, ParcelsBeforeTheReplyWithWrongCommandIdsAreSkipped) {
-  const Report report =
-      probe([](const HostileAgent &agent, const HostileAgent::Request &request) {
-        HostileAgent::Answer answer = afterDiscovery([](const HostileAgent &) {
-          return std::vector<Body>{};
-        })(agent, request);
-        if (request.method == kStartDiscovery) {
-          std::vector<Body> replies;
-          for (int commandId : {1, 2, -1, INT_MAX}) {
-            replies.push_back(Wire().int32(commandId).int32(OXA_ERROR_NO_DATA).body());
-          }
-          replies.insert(replies.end(), answer.replies.begin(), answer.replies.end());
-          answer.replies = replies;
-        }
-        return answer;
-      });
+  const Report report = probe([](const HostileAgent &agent, const HostileAgent::Request &request) {
+    HostileAgent::Answer answer =
+        afterDiscovery([](const HostileAgent &) { return std::vector<Body>{}; })(agent, request);
+    if (request.method == kStartDiscovery) {
+      std::vector<Body> replies;
+      for (int commandId : {1, 2, -1, INT_MAX}) {
+        replies.push_back(Wire().int32(commandId).int32(OXA_ERROR_NO_DATA).body());
+      }
+      replies.insert(replies.end(), answer.replies.begin(), answer.replies.end());
+      answer.replies = replies;
+    }
+    return answer;
+  });
   expectSurvived(report);
   EXPECT_EQ(valueOf(report, "discovery_result"), OXA_ERROR_NONE);
 }

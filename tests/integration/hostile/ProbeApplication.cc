@@ -72,9 +72,15 @@ void onFound(oxa_device_h device, void *data) {
   free(name);
 }
 
-void onLost(oxa_device_h /*device*/, void *data) { ++static_cast<Seen *>(data)->lost; }
-void onContext(oxa_device_h /*device*/, void *data) { ++static_cast<Seen *>(data)->context; }
-void onCommand(oxa_command_h /*command*/, void *data) { ++static_cast<Seen *>(data)->commands; }
+void onLost(oxa_device_h /*device*/, void *data) {
+  ++static_cast<Seen *>(data)->lost;
+}
+void onContext(oxa_device_h /*device*/, void *data) {
+  ++static_cast<Seen *>(data)->context;
+}
+void onCommand(oxa_command_h /*command*/, void *data) {
+  ++static_cast<Seen *>(data)->commands;
+}
 void onState(oxa_service_h /*service*/, int /*state*/, void *data) {
   ++static_cast<Seen *>(data)->states;
 }
@@ -90,7 +96,8 @@ bool onListed(oxa_device_h /*device*/, void *data) {
 bool connect(GMainContext *context, Seen &seen) {
   const size_t before = seen.initialized.size();
   return oxa_initialize(onInitialized, &seen) == OXA_ERROR_NONE &&
-         runUntil(context, [&] { return seen.initialized.size() > before; }, kConnectWait) &&
+         runUntil(
+             context, [&] { return seen.initialized.size() > before; }, kConnectWait) &&
          seen.initialized.back() == OXA_ERROR_NONE;
 }
 
@@ -150,14 +157,16 @@ std::string runProbeApplication() {
   report.add("discovery_ms", millisSince(start));
   Clock::time_point discovered = Clock::now();
   if (discovery != OXA_ERROR_NONE &&
-      runUntil(context.get(), [&] { return seen.initialized.size() > 1; }, kLossWait) &&
+      runUntil(
+          context.get(), [&] { return seen.initialized.size() > 1; }, kLossWait) &&
       connect(context.get(), seen)) {
     subscribe(service, seen);
     report.add("rediscovery_result", oxa_start_discovery(service));
     discovered = Clock::now();
   }
 
-  runUntil(context.get(), [&] { return seen.marker; }, kMarkerWait);
+  runUntil(
+      context.get(), [&] { return seen.marker; }, kMarkerWait);
   report.add("marker_ms", seen.marker ? millisSince(discovered, seen.markerAt) : -1);
   reportEvents(report, seen);
   report.add("peak_rss_kb", peakRssKb());

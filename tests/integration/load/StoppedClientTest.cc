@@ -101,8 +101,8 @@ class StoppedClientTest : public LibraryTest {
     stopped_->kill(SIGSTOP);
     EXPECT_TRUE(waitStopped(stopped_->pid()));
     for (int id = 0; id < kOwed; ++id) {
-      const Command command = createCommand(stoppedAddress_.c_str(), OXA_COMMAND_TYPE_1, id,
-                                            payloadFor(id, kOwedSize));
+      const Command command =
+          createCommand(stoppedAddress_.c_str(), OXA_COMMAND_TYPE_1, id, payloadFor(id, kOwedSize));
       EXPECT_EQ(oxa_send_command(service_.get(), command.get(), &Events::onCommandSent, &events),
                 OXA_ERROR_NONE)
           << "command " << id;
@@ -154,7 +154,8 @@ TEST_F(StoppedClientTest, ABacklogPastTheQueueBoundClosesOnlyThatConnection) {
   const auto firstRefused = std::find(results.begin(), results.end(), OXA_ERROR_NO_DEVICE);
   EXPECT_NE(firstRefused, results.begin());
   EXPECT_NE(firstRefused, results.end());
-  EXPECT_TRUE(std::all_of(results.begin(), firstRefused, [](int r) { return r == OXA_ERROR_NONE; }));
+  EXPECT_TRUE(
+      std::all_of(results.begin(), firstRefused, [](int r) { return r == OXA_ERROR_NONE; }));
   EXPECT_TRUE(
       std::all_of(firstRefused, results.end(), [](int r) { return r == OXA_ERROR_NO_DEVICE; }));
   const Report report = resume();
