@@ -27,15 +27,25 @@ const char *printPermanent(const char *format, ...) {
   return text != nullptr ? text : "";
 }
 
-// The line of a constant message, printed once as the format it is (so "%%" reads "%").
+// vsnprintf of a format that comes with no arguments: a constant message is printed as the
+// format it is, so that "%%" reads "%" as it does in a formatted line.
+int printWithoutArguments(char *out, size_t size, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int length = std::vsnprintf(out, size, format, args);
+  va_end(args);
+  return length;
+}
+
+// The line of a constant message, printed once.
 const char *printConstantLine(const char *file, const char *function, int line,
                               const char *message) {
   std::string text = std::string(file) + ": " + function + "(" + std::to_string(line) + ") > ";
-  const int length = std::snprintf(nullptr, 0, message);
+  const int length = printWithoutArguments(nullptr, 0, message);
   if (length > 0) {
     const size_t prefixLength = text.size();
     text.resize(prefixLength + static_cast<size_t>(length) + 1);
-    std::snprintf(text.data() + prefixLength, static_cast<size_t>(length) + 1, message);
+    printWithoutArguments(text.data() + prefixLength, static_cast<size_t>(length) + 1, message);
     text.pop_back();
   }
   return printPermanent("%s", text.c_str());
