@@ -36,7 +36,7 @@ sim_pid=$!
 
 # Up to 10 s for the ready line.
 tries=0
-until grep -q '^oxa-agent-sim: listening on ' "$sim_log"; do
+until grep -qs '^oxa-agent-sim: listening on ' "$sim_log"; do
   kill -0 "$sim_pid" 2>/dev/null || fail "the simulated agent exited before it was ready"
   tries=$((tries + 1))
   [ "$tries" -le 100 ] || fail "the simulated agent did not get ready within 10 s"
