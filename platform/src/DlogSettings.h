@@ -1,5 +1,4 @@
-// $DLOG_LEVEL and $DLOG_FILE, read from the environment only when it has changed since the last
-// look. Most lines are filtered out, so a line must not pay for a walk of the environment.
+// $DLOG_LEVEL and $DLOG_FILE as the environment says now.
 #pragma once
 
 namespace platform {
@@ -7,13 +6,11 @@ namespace platform {
 struct DlogSettings {
   // Rank of the lowest level logged: V 0, D 1, I 2, W 3, E 4, F 5, S 6 (nothing).
   int thresholdRank;
-  // $DLOG_FILE, or nullptr when unset or empty. Points into the environment entry, which
-  // setenv/unsetenv never free.
+  // $DLOG_FILE, or nullptr when unset or empty.
   const char *file;
 };
 
-// The settings as the environment says now. A change made through setenv, unsetenv, putenv or
-// clearenv is seen by the next call of any thread.
+// Read on every line, so that a change made through setenv or unsetenv is seen by the next line.
 DlogSettings currentDlogSettings();
 
 }  // namespace platform
