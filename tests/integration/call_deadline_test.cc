@@ -10,14 +10,13 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <future>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "MainLoop.h"
 #include "RuntimeDir.h"
+#include "StubThread.h"
 #include "oxa.h"
 
 namespace {
@@ -36,49 +35,20 @@ constexpr unsigned kStreamIntervalMs = 200;
 // not a reply on the same port every 200 ms, for as long as the connection lasts.
 class StreamingAgent {
  public:
-  StreamingAgent() {
-    std::promise<int> listening;
-    auto started = listening.get_future();
-    thread = std::thread([this, &listening] { run(listening); });
-    listenResult = started.get();
-  }
-  StreamingAgent(const StreamingAgent &) = delete;
-  StreamingAgent &operator=(const StreamingAgent &) = delete;
-  ~StreamingAgent() {
-    stopping = true;
-    g_main_context_wakeup(context);
-    thread.join();
-  }
+  StreamingAgent()
+      : stub(
+            kPortName,
+            [this](rpc_port_stub_h handle, GMainContext *loop) {
+              context = loop;
+              rpc_port_stub_add_received_event_cb(handle, OnReceived, this);
+            },
+            [this] { stopStream(); }) {}
 
   int streamed() const { return sentParcels.load(); }
 
-  int listenResult = -1;
+  int listenResult() const { return stub.listenResult(); }
 
  private:
-  void run(std::promise<int> &listening) {
-    context = g_main_context_new();
-    g_main_context_push_thread_default(context);
-    rpc_port_stub_h stub = nullptr;
-    int result = rpc_port_stub_create(&stub, kPortName);
-    if (result == 0) {
-      rpc_port_stub_add_received_event_cb(stub, OnReceived, this);
-      result = rpc_port_stub_listen(stub);
-    }
-    listening.set_value(result);
-    while (!stopping) {
-      g_main_context_iteration(context, TRUE);
-    }
-    if (streamSource != nullptr) {
-      g_source_destroy(streamSource);
-      g_source_unref(streamSource);
-    }
-    if (stub != nullptr) {
-      rpc_port_stub_destroy(stub);
-    }
-    g_main_context_pop_thread_default(context);
-    g_main_context_unref(context);
-  }
-
   static int OnReceived(const char * /*sender*/, const char * /*instance*/, rpc_port_h port,
                         void *data) {
     return static_cast<StreamingAgent *>(data)->answer(port);
@@ -108,6 +78,14 @@ class StreamingAgent {
     }
   }
 
+  void stopStream() {
+    if (streamSource != nullptr) {
+      g_source_destroy(streamSource);
+      g_source_unref(streamSource);
+      streamSource = nullptr;
+    }
+  }
+
   static gboolean OnStreamTick(void *data) {
     auto *self = static_cast<StreamingAgent *>(data);
     if (self->send(self->streamPort, kNotAReply, 0) == 0) {
@@ -126,12 +104,13 @@ class StreamingAgent {
     return sent;
   }
 
-  std::thread thread;
+  // Touched only on the agent's thread.
   GMainContext *context = nullptr;
   GSource *streamSource = nullptr;
   rpc_port_h streamPort = nullptr;
-  std::atomic<bool> stopping{false};
   std::atomic<int> sentParcels{0};
+  // Last, so that its thread, which calls back into the members above, ends first.
+  oxa::test::StubThread stub;
 };
 
 class CallDeadlineTest : public ::testing::Test {
@@ -182,7 +161,7 @@ size_t countOf(const std::string &text, const std::string &needle) {
 
 TEST_F(CallDeadlineTest, StreamOfOtherParcelsEndsTheCallAtItsDeadline) {
   StreamingAgent agent;
-  ASSERT_EQ(agent.listenResult, 0);
+  ASSERT_EQ(agent.listenResult(), 0);
   initialize();
   oxa_service_h service = nullptr;
   ASSERT_EQ(oxa_service_create(OXA_SERVICE_TYPE_1, &service), OXA_ERROR_NONE);

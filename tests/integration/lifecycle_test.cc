@@ -10,15 +10,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <future>
 #include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "MainLoop.h"
 #include "RuntimeDir.h"
+#include "StubThread.h"
 #include "oxa.h"
 
 namespace {
@@ -33,24 +32,14 @@ constexpr const char *kPortName = "OxaAgentInterface";
 // reply holding `result`.
 class AgentStub {
  public:
-  explicit AgentStub(int result) : result(result) {
-    std::promise<int> listening;
-    auto started = listening.get_future();
-    thread = std::thread([this, &listening] { run(listening); });
-    listenResult = started.get();
-  }
-  AgentStub(const AgentStub &) = delete;
-  AgentStub &operator=(const AgentStub &) = delete;
-  ~AgentStub() { stop(); }
+  explicit AgentStub(int result)
+      : result(result), stub(kPortName, [this](rpc_port_stub_h handle, GMainContext * /*context*/) {
+          rpc_port_stub_add_connected_event_cb(handle, OnConnected, this);
+          rpc_port_stub_add_received_event_cb(handle, OnReceived, this);
+        }) {}
 
   // Destroys the stub, which closes every connection to it, and ends its thread.
-  void stop() {
-    if (thread.joinable()) {
-      stopping = true;
-      g_main_context_wakeup(context);
-      thread.join();
-    }
-  }
+  void stop() { stub.stop(); }
 
   std::vector<Bytes> requests() {
     std::lock_guard<std::mutex> lock(mutex);
@@ -59,30 +48,9 @@ class AgentStub {
 
   int connections() const { return connected.load(); }
 
-  int listenResult = -1;
+  int listenResult() const { return stub.listenResult(); }
 
  private:
-  void run(std::promise<int> &listening) {
-    context = g_main_context_new();
-    g_main_context_push_thread_default(context);
-    rpc_port_stub_h stub = nullptr;
-    int result = rpc_port_stub_create(&stub, kPortName);
-    if (result == 0) {
-      rpc_port_stub_add_connected_event_cb(stub, OnConnected, this);
-      rpc_port_stub_add_received_event_cb(stub, OnReceived, this);
-      result = rpc_port_stub_listen(stub);
-    }
-    listening.set_value(result);
-    while (!stopping) {
-      g_main_context_iteration(context, TRUE);
-    }
-    if (stub != nullptr) {
-      rpc_port_stub_destroy(stub);
-    }
-    g_main_context_pop_thread_default(context);
-    g_main_context_unref(context);
-  }
-
   static void OnConnected(const char * /*sender*/, const char * /*instance*/, void *data) {
     ++static_cast<AgentStub *>(data)->connected;
   }
@@ -117,12 +85,11 @@ class AgentStub {
   }
 
   const int result;
-  std::thread thread;
-  GMainContext *context = nullptr;
-  std::atomic<bool> stopping{false};
   std::atomic<int> connected{0};
   std::mutex mutex;
   std::vector<Bytes> received;
+  // Last, so that its thread, which calls back into the members above, ends first.
+  oxa::test::StubThread stub;
 };
 
 // Each test runs in its own runtime dir, as the agent, with the library's log in a file there.
@@ -156,7 +123,7 @@ class LifecycleTest : public ::testing::Test {
 
 TEST_F(LifecycleTest, InitializeConnectsAndDeinitializeUnregisters) {
   AgentStub agent(OXA_ERROR_NO_DATA);
-  ASSERT_EQ(agent.listenResult, 0);
+  ASSERT_EQ(agent.listenResult(), 0);
   std::vector<oxa_error_e> results;
 
   ASSERT_EQ(oxa_initialize(Record, &results), OXA_ERROR_NONE);
