@@ -54,10 +54,11 @@ CommandRecord toSentCommandRecord(int handlerId, Command *command) {
   return record;
 }
 
-Command *takeSentCommand(int seqId) {
+Command *takeSentCommand(int seqId, Command::Owner refused) {
   const std::lock_guard<std::mutex> guard(sentCommandsGuard);
   auto entry = sentCommands.find(seqId);
-  if (entry == sentCommands.end()) {
+  if (entry == sentCommands.end() ||
+      (refused != Command::Owner::Anyone && entry->second->getOwner() == refused)) {
     return nullptr;
   }
   Command *command = entry->second;
@@ -112,7 +113,8 @@ void OnCommandSentCallback::OnReceived(int result, const CommandRecord &command)
   if (!callback) {
     return;
   }
-  callback(takeSentCommand(command.seqId), static_cast<oxa_error_e>(result));
+  callback(takeSentCommand(command.seqId, Command::Owner::Library),
+           static_cast<oxa_error_e>(result));
 }
 
 OnCommandReceivedCallback::OnCommandReceivedCallback(CommandReceivedCallback callback)
@@ -164,7 +166,7 @@ OnSimpleMessageSentCallback::~OnSimpleMessageSentCallback() {
 // The wrapper is the library's own, so it goes whether or not anyone listens; the agent names
 // it by the sequence number of the record it sends back.
 void OnSimpleMessageSentCallback::OnReceived(int result, const CommandRecord &command) {
-  delete takeSentCommand(command.seqId);
+  delete takeSentCommand(command.seqId, Command::Owner::Application);
   if (!callback) {
     return;
   }

@@ -43,8 +43,9 @@ extern std::atomic<int> sentCommandCounter;
 // The record carrying `command` for the service `handlerId`, numbered with the next sequence
 // number; `command` is entered in sentCommands under that number.
 CommandRecord toSentCommandRecord(int handlerId, Command *command);
-// Removes the entry for `seqId` from sentCommands; returns what it held, or nullptr.
-Command *takeSentCommand(int seqId);
+// Removes the entry for `seqId` from sentCommands; returns what it held, or nullptr. An entry
+// whose command belongs to `refused` is left in place, and nullptr returned.
+Command *takeSentCommand(int seqId, Command::Owner refused = Command::Owner::Anyone);
 // The application destroys `command` or `message`: a sent event still to come for it then finds
 // nothing, and so calls nothing with the freed object.
 void forgetSentCommand(const Command *command);

@@ -421,9 +421,9 @@ int AgentProxyHandler::SendSimpleMessage(int handlerId, int appId, SimpleMessage
     return OXA_ERROR_INVALID_PARAMETER;
   }
   return request([&](AgentInterface &agent) {
-    auto wrapper =
-        std::make_unique<Command>(message->getAddress(), kSimpleMessageCommandType,
-                                  kSimpleMessageCommandId, toSimpleMessagePayload(appId, *message));
+    auto wrapper = std::make_unique<Command>(
+        message->getAddress(), kSimpleMessageCommandType, kSimpleMessageCommandId,
+        toSimpleMessagePayload(appId, *message), Command::Owner::Library);
     const CommandRecord record = toSentCommandRecord(handlerId, wrapper.get());
     SentWrapperGuard guard(record.seqId);
     static_cast<void>(wrapper.release());  // sentCommands owns it now

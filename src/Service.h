@@ -34,19 +34,32 @@ class Device {
 // A typed, numbered command with a byte payload, addressed to (or received from) a device.
 class Command {
  public:
-  Command(std::string address, int type, int id, std::vector<unsigned char> payload)
-      : address(std::move(address)), type(type), id(id), payload(std::move(payload)) {}
+  // Who releases the command. A sent event gives a command back only to the kind of delegate its
+  // owner sent it with, so that an agent naming the wrong one can neither hand the library's
+  // simple-message wrapper to the application, which would never free it, nor make the library
+  // free an application's command.
+  enum class Owner : unsigned char { Anyone, Application, Library };
+
+  Command(std::string address, int type, int id, std::vector<unsigned char> payload,
+          Owner owner = Owner::Anyone)
+      : address(std::move(address)),
+        type(type),
+        id(id),
+        payload(std::move(payload)),
+        owner(owner) {}
 
   const std::string &getAddress() const { return address; }
   int getType() const { return type; }
   int getId() const { return id; }
   const std::vector<unsigned char> &getPayload() const { return payload; }
+  Owner getOwner() const { return owner; }
 
  private:
   std::string address;
   int type;
   int id;
   std::vector<unsigned char> payload;
+  Owner owner;
 };
 
 // A short block of bytes addressed to (or received from) a device.

@@ -521,7 +521,8 @@ OXA_EXPORT int oxa_command_create(const char *address, int type, int id,
   OXA_REQUIRE(type >= OXA_COMMAND_TYPE_1 && type <= OXA_COMMAND_TYPE_3, "Invalid type");
   OXA_REQUIRE(isAddress(address), "Invalid adress");
   try {
-    *command = handleOf(new Command(address, type, id, copyBytes(payload, payload_len)));
+    *command = handleOf(new Command(address, type, id, copyBytes(payload, payload_len),
+                                    Command::Owner::Application));
   } catch (...) {
     return creationError();
   }

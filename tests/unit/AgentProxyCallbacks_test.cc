@@ -151,6 +151,49 @@ TEST_F(CallbacksTest, SimpleMessageSentReleasesTheEntryItsRecordNames) {
   EXPECT_TRUE(sentCommands.empty());
 }
 
+// An agent that names a simple message's wrapper in a command's sent event gets no command
+// handed to the application, which would never free it; the wrapper waits for its own event.
+TEST_F(CallbacksTest, CommandSentNamingAMessageWrapperReportsNoCommand) {
+  auto *wrapper = new Command(kAddress, OXA_COMMAND_TYPE_3, 3, {0, 0, 'h', 'i'},
+                              Command::Owner::Library);
+  const int seq = Oxa::Capi::toSentCommandRecord(1, wrapper).seqId;
+  std::vector<std::pair<Command *, oxa_error_e>> reports;
+  Oxa::Capi::OnCommandSentCallback commandSent(
+      [&](Command *sent, oxa_error_e result) { reports.emplace_back(sent, result); });
+  commandSent.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, seq));
+  ASSERT_EQ(reports.size(), 1U);
+  EXPECT_EQ(reports[0].first, nullptr);
+  EXPECT_EQ(reports[0].second, OXA_ERROR_NONE);
+  EXPECT_EQ(sentCommands.at(seq), wrapper);
+
+  Oxa::Capi::OnSimpleMessageSentCallback messageSent(nullptr, nullptr, seq);
+  messageSent.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, seq));
+  EXPECT_TRUE(sentCommands.empty());
+}
+
+// The other way round: a simple message's sent event that names an application's command leaves
+// it to the application and to that command's own sent event.
+TEST_F(CallbacksTest, SimpleMessageSentNamingAnApplicationCommandLeavesIt) {
+  Command command(kAddress, OXA_COMMAND_TYPE_1, 1, {}, Command::Owner::Application);
+  const int seq = Oxa::Capi::toSentCommandRecord(1, &command).seqId;
+  const int own = enterWrapper();
+  std::vector<SimpleMessage *> reports;
+  SimpleMessage message(kAddress, {'h', 'i'});
+  {
+    Oxa::Capi::OnSimpleMessageSentCallback messageSent(
+        [&](SimpleMessage *sent, oxa_error_e) { reports.push_back(sent); }, &message, own);
+    messageSent.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, seq));
+    EXPECT_THAT(reports, ElementsAre(&message));
+    EXPECT_EQ(sentCommands.at(seq), &command);
+  }
+  std::vector<Command *> sent;
+  Oxa::Capi::OnCommandSentCallback commandSent(
+      [&](Command *taken, oxa_error_e) { sent.push_back(taken); });
+  commandSent.OnReceived(OXA_ERROR_NONE, record(kAddress, {}, seq));
+  EXPECT_THAT(sent, ElementsAre(&command));
+  EXPECT_TRUE(sentCommands.empty());
+}
+
 TEST_F(CallbacksTest, SimpleMessageSentDelegateReleasesAPendingWrapperWhenDestroyed) {
   const int seq = enterWrapper();
   { Oxa::Capi::OnSimpleMessageSentCallback callback(nullptr, nullptr, seq); }
