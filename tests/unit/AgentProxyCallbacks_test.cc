@@ -154,8 +154,8 @@ TEST_F(CallbacksTest, SimpleMessageSentReleasesTheEntryItsRecordNames) {
 // An agent that names a simple message's wrapper in a command's sent event gets no command
 // handed to the application, which would never free it; the wrapper waits for its own event.
 TEST_F(CallbacksTest, CommandSentNamingAMessageWrapperReportsNoCommand) {
-  auto *wrapper = new Command(kAddress, OXA_COMMAND_TYPE_3, 3, {0, 0, 'h', 'i'},
-                              Command::Owner::Library);
+  auto *wrapper =
+      new Command(kAddress, OXA_COMMAND_TYPE_3, 3, {0, 0, 'h', 'i'}, Command::Owner::Library);
   const int seq = Oxa::Capi::toSentCommandRecord(1, wrapper).seqId;
   std::vector<std::pair<Command *, oxa_error_e>> reports;
   Oxa::Capi::OnCommandSentCallback commandSent(
