@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -22,8 +23,15 @@ using std::chrono::steady_clock;
 constexpr const char *kEchoPeer = "A0:00:00:00:00:03";
 constexpr const char *kUnknownPeer = "A0:00:00:00:00:99";
 constexpr int kWorkers = 4;
-constexpr std::chrono::seconds kStressTime{10};
+constexpr std::chrono::seconds kDefaultStressTime{10};
 constexpr std::chrono::seconds kDrainTime{15};
+
+// How long the workers run: 10 s in the suite; OXA_STRESS_SECONDS asks for a longer run by hand.
+std::chrono::seconds stressTime() {
+  const char *seconds = std::getenv("OXA_STRESS_SECONDS");
+  return seconds != nullptr && std::atoi(seconds) > 0 ? std::chrono::seconds(std::atoi(seconds))
+                                                      : kDefaultStressTime;
+}
 
 // One send awaiting its sent callback: the callback records the call and destroys the handle.
 struct PendingSend {
@@ -268,8 +276,9 @@ TEST_F(ConcurrencyStressTest, WorkerThreadsCallEverythingWhileEventsAreDispatche
     threads.emplace_back([&worker] { worker->run(); });
   }
   threads.emplace_back([&] { stream.run(stop); });
-  const auto end = steady_clock::now() + kStressTime;
-  runUntil([&] { return steady_clock::now() >= end; }, kStressTime + std::chrono::seconds(1));
+  const std::chrono::seconds stressFor = stressTime();
+  const auto end = steady_clock::now() + stressFor;
+  runUntil([&] { return steady_clock::now() >= end; }, stressFor + std::chrono::seconds(1));
   stop = true;
   // The loop keeps running while the workers finish their last round.
   std::atomic<int> joined{0};
