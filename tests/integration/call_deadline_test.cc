@@ -38,10 +38,8 @@ class StreamingAgent {
   StreamingAgent()
       : stub(
             kPortName,
-            [this](rpc_port_stub_h handle, GMainContext *loop) {
-              context = loop;
-              rpc_port_stub_add_received_event_cb(handle, OnReceived, this);
-            },
+            [this](rpc_port_parcel_h request, rpc_port_h port) { return answer(request, port); },
+            [this](rpc_port_stub_h /*handle*/, GMainContext *loop) { context = loop; },
             [this] { stopStream(); }) {}
 
   int streamed() const { return sentParcels.load(); }
@@ -49,19 +47,9 @@ class StreamingAgent {
   int listenResult() const { return stub.listenResult(); }
 
  private:
-  static int OnReceived(const char * /*sender*/, const char * /*instance*/, rpc_port_h port,
-                        void *data) {
-    return static_cast<StreamingAgent *>(data)->answer(port);
-  }
-
-  int answer(rpc_port_h port) {
-    rpc_port_parcel_h request = nullptr;
-    if (rpc_port_parcel_create_from_port(&request, port) != 0) {
-      return -1;
-    }
+  int answer(rpc_port_parcel_h request, rpc_port_h port) {
     int method = 0;
     rpc_port_parcel_read_int32(request, &method);
-    rpc_port_parcel_destroy(request);
     if (method == kStartDiscovery) {
       startStream(port);
       return 0;

@@ -33,10 +33,13 @@ constexpr const char *kPortName = "OxaAgentInterface";
 class AgentStub {
  public:
   explicit AgentStub(int result)
-      : result(result), stub(kPortName, [this](rpc_port_stub_h handle, GMainContext * /*context*/) {
-          rpc_port_stub_add_connected_event_cb(handle, OnConnected, this);
-          rpc_port_stub_add_received_event_cb(handle, OnReceived, this);
-        }) {}
+      : result(result),
+        stub(
+            kPortName,
+            [this](rpc_port_parcel_h request, rpc_port_h port) { return answer(request, port); },
+            [this](rpc_port_stub_h handle, GMainContext * /*context*/) {
+              rpc_port_stub_add_connected_event_cb(handle, OnConnected, this);
+            }) {}
 
   // Destroys the stub, which closes every connection to it, and ends its thread.
   void stop() { stub.stop(); }
@@ -55,22 +58,12 @@ class AgentStub {
     ++static_cast<AgentStub *>(data)->connected;
   }
 
-  static int OnReceived(const char * /*sender*/, const char * /*instance*/, rpc_port_h port,
-                        void *data) {
-    return static_cast<AgentStub *>(data)->answer(port);
-  }
-
-  int answer(rpc_port_h port) {
-    rpc_port_parcel_h request = nullptr;
-    if (rpc_port_parcel_create_from_port(&request, port) != 0) {
-      return -1;
-    }
+  int answer(rpc_port_parcel_h request, rpc_port_h port) {
     Bytes body;
     char byte = 0;
     while (rpc_port_parcel_read_byte(request, &byte) == 0) {
       body.push_back(static_cast<uint8_t>(byte));
     }
-    rpc_port_parcel_destroy(request);
     {
       std::lock_guard<std::mutex> lock(mutex);
       received.push_back(body);

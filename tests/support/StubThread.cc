@@ -4,8 +4,10 @@
 
 namespace oxa::test {
 
-StubThread::StubThread(const char *portName, SetUp setUp, TearDown tearDown)
-    : context_(g_main_context_new()), tearDown_(std::move(tearDown)) {
+StubThread::StubThread(const char *portName, OnRequest onRequest, SetUp setUp, TearDown tearDown)
+    : context_(g_main_context_new()),
+      onRequest_(std::move(onRequest)),
+      tearDown_(std::move(tearDown)) {
   std::promise<int> listening;
   auto started = listening.get_future();
   thread_ = std::thread([this, portName, &setUp, &listening] { run(portName, setUp, listening); });
@@ -30,7 +32,10 @@ void StubThread::run(const char *portName, const SetUp &setUp, std::promise<int>
   rpc_port_stub_h stub = nullptr;
   int result = rpc_port_stub_create(&stub, portName);
   if (result == 0) {
-    setUp(stub, context_);
+    rpc_port_stub_add_received_event_cb(stub, OnReceived, this);
+    if (setUp) {
+      setUp(stub, context_);
+    }
     result = rpc_port_stub_listen(stub);
   }
   listening.set_value(result);
@@ -44,6 +49,17 @@ void StubThread::run(const char *portName, const SetUp &setUp, std::promise<int>
     rpc_port_stub_destroy(stub);
   }
   g_main_context_pop_thread_default(context_);
+}
+
+int StubThread::OnReceived(const char * /*sender*/, const char * /*instance*/, rpc_port_h port,
+                           void *data) {
+  rpc_port_parcel_h request = nullptr;
+  if (rpc_port_parcel_create_from_port(&request, port) != 0) {
+    return -1;
+  }
+  const int result = static_cast<StubThread *>(data)->onRequest_(request, port);
+  rpc_port_parcel_destroy(request);
+  return result;
 }
 
 }  // namespace oxa::test
