@@ -75,6 +75,10 @@ class HostileAgentTest : public PlatformTest {
     client.start();
     auto report = client.waitReport(context());
     EXPECT_TRUE(report.has_value()) << "the application did not report";
+    // The measured figures (peak RSS, milliseconds) go into --gtest_output reports.
+    for (const auto &[key, value] : report.value_or(Report{})) {
+      RecordProperty(key, std::to_string(value));
+    }
     return report.value_or(Report{});
   }
 
