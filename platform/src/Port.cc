@@ -183,6 +183,11 @@ FlushResult Port::flush() {
   return FlushResult::kDone;
 }
 
+size_t Port::queuedBytes() {
+  std::lock_guard<std::mutex> lock(sendMutex_);
+  return queuedBytes_;
+}
+
 void Port::consumeQueue(size_t bytes) {
   queuedBytes_ -= bytes;
   while (bytes > 0) {
