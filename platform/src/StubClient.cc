@@ -76,8 +76,8 @@ void StubClient::end() {
 }
 
 void StubClient::watchMain(bool forRequests) {
-  const auto condition = static_cast<GIOCondition>(forRequests ? G_IO_IN | G_IO_HUP | G_IO_ERR
-                                                               : G_IO_HUP | G_IO_ERR);
+  const auto condition =
+      static_cast<GIOCondition>(forRequests ? G_IO_IN | G_IO_HUP | G_IO_ERR : G_IO_HUP | G_IO_ERR);
   mainWatch_.watchFd(stub_.context(), main_->fd(), condition, onMainReadable, this);
 }
 

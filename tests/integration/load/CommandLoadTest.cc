@@ -45,7 +45,8 @@ struct Burst {
     auto &burst = *static_cast<Burst *>(data);
     const CommandSeen seen = readCommand(command);
     burst.echoedIds.push_back(seen.id);
-    if (!(seen == CommandSeen{kEchoAddress, OXA_COMMAND_TYPE_2, seen.id, payloadFor(seen.id, kMiB)})) {
+    if (!(seen ==
+          CommandSeen{kEchoAddress, OXA_COMMAND_TYPE_2, seen.id, payloadFor(seen.id, kMiB)})) {
       ++burst.wrongEchoes;
     }
   }

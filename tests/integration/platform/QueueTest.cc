@@ -229,8 +229,8 @@ TEST_F(QueueTest, BurstFromOneCallbackWhileTheStubSendsEvents) {
 }
 
 // Each 1 MiB request makes the stub send three 1 MiB events: 90 MiB owed to a client whose queue
-// may hold 8 MiB. The stub reads no more requests of a connection while it has too much unwritten, and
-// the client takes its events while it waits on its requests, so nothing is dropped.
+// may hold 8 MiB. The stub reads no more requests of a connection while it has too much unwritten,
+// and the client takes its events while it waits on its requests, so nothing is dropped.
 TEST_F(QueueTest, RequestsThatOweMoreThanTheBoundWaitForTheirEventsToBeWritten) {
   constexpr int kRequests = 30;
   constexpr int kEventsPerRequest = 3;
