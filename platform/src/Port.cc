@@ -183,6 +183,11 @@ FlushResult Port::flush() {
   return FlushResult::kDone;
 }
 
+size_t Port::queuedBytes() {
+  std::lock_guard<std::mutex> lock(sendMutex_);
+  return queuedBytes_;
+}
+
 void Port::consumeQueue(size_t bytes) {
   queuedBytes_ -= bytes;
   while (bytes > 0) {
@@ -202,11 +207,13 @@ bool Port::waitFor(short events, Clock::time_point deadline) {
   for (;;) {
     pollfd entries[2] = {{fd_.get(), events, 0}, {sideOpen ? side_->fd() : -1, POLLIN, 0}};
     const int ready = ::poll(entries, sideOpen ? 2 : 1, remainingMs(deadline));
+    if (ready > 0 && entries[1].revents != 0) {
+      sideOpen = pullSide();
+    }
     if (ready > 0 && entries[0].revents != 0) {
       return true;
     }
     if (ready > 0) {
-      sideOpen = pullSide();
       continue;
     }
     if ((ready == 0 && Clock::now() >= deadline) || (ready < 0 && errno != EINTR)) {

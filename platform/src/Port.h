@@ -55,6 +55,8 @@ class Port {
   // Writes queued frames until the queue is empty (kDone) or the socket is full (kPending);
   // kFailed once the connection is broken.
   FlushResult flush();
+  // Bytes of queued frames not written yet.
+  size_t queuedBytes();
   // Blocks until one whole frame is in `out`; RPC_PORT_ERROR_IO_ERROR at end of stream, on a
   // broken frame or after the port's read timeout, each of which breaks the connection.
   int receive(Parcel &out);

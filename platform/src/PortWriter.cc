@@ -3,8 +3,11 @@
 namespace platform {
 
 PortWriter::PortWriter(GMainContext *context, Port &port, size_t queueLimit,
-                       std::function<void()> onBroken)
-    : context_(context), port_(port), onBroken_(std::move(onBroken)) {
+                       std::function<void()> onWritten, std::function<void()> onBroken)
+    : context_(context),
+      port_(port),
+      onWritten_(std::move(onWritten)),
+      onBroken_(std::move(onBroken)) {
   wakeUp_.onWake(context_, onWake, this);
   port_.queueSends(queueLimit, [this] { wakeUp_.wake(); });
 }
@@ -15,21 +18,19 @@ void PortWriter::stop() {
 }
 
 void PortWriter::flush() {
-  switch (port_.flush()) {
-    case FlushResult::kDone:
-      writable_.stop();
-      break;
-    case FlushResult::kPending:
-      if (!writable_.active()) {
-        writable_.watchFd(context_, port_.fd(), static_cast<GIOCondition>(G_IO_OUT | G_IO_ERR),
-                          onWritable, this);
-      }
-      break;
-    case FlushResult::kFailed:
-      stop();
-      onBroken_();
-      break;
+  const FlushResult result = port_.flush();
+  if (result == FlushResult::kFailed) {
+    stop();
+    onBroken_();
+    return;
   }
+  if (result == FlushResult::kDone) {
+    writable_.stop();
+  } else if (!writable_.active()) {
+    writable_.watchFd(context_, port_.fd(), static_cast<GIOCondition>(G_IO_OUT | G_IO_ERR),
+                      onWritable, this);
+  }
+  onWritten_();
 }
 
 gboolean PortWriter::onWake(void *self) {

@@ -12,8 +12,10 @@ namespace platform {
 class PortWriter {
  public:
   // From now on `port` queues its sends (see Port::queueSends) and this writer flushes them on
-  // `context`; `onBroken` runs there when the connection breaks while writing or overflows.
-  PortWriter(GMainContext *context, Port &port, size_t queueLimit, std::function<void()> onBroken);
+  // `context`; `onWritten` runs there after each flush that leaves the connection up, `onBroken`
+  // when the connection breaks while writing or overflows.
+  PortWriter(GMainContext *context, Port &port, size_t queueLimit, std::function<void()> onWritten,
+             std::function<void()> onBroken);
   PortWriter(const PortWriter &) = delete;
   PortWriter &operator=(const PortWriter &) = delete;
   ~PortWriter() = default;
@@ -29,6 +31,7 @@ class PortWriter {
 
   GMainContext *context_;
   Port &port_;
+  std::function<void()> onWritten_;
   std::function<void()> onBroken_;
   LoopSource wakeUp_;
   LoopSource writable_;

@@ -5,6 +5,14 @@
 
 namespace platform {
 
+namespace {
+
+// Unwritten bytes past which a connection's requests wait: well under the default queue bound,
+// and enough to keep its socket busy.
+constexpr size_t kPauseReadingAbove = size_t{4} << 20;
+
+}  // namespace
+
 StubClient::StubClient(Stub &stub, std::string sender, std::string instance, unsigned serial,
                        std::unique_ptr<Port> main)
     : stub_(stub),
@@ -12,9 +20,7 @@ StubClient::StubClient(Stub &stub, std::string sender, std::string instance, uns
       serial_(serial),
       instance_(std::move(instance)),
       main_(std::move(main)) {
-  mainWatch_.watchFd(stub_.context(), main_->fd(),
-                     static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR), onMainReadable,
-                     this);
+  watchMain(true);
   joinTimer_.timeout(stub_.context(), static_cast<unsigned>(readTimeoutMs()), onJoinTimeout, this);
 }
 
@@ -30,8 +36,10 @@ void StubClient::attachCallback(std::unique_ptr<Port> callback) {
   state_ = State::kConnected;
   joinTimer_.stop();
   const size_t limit = sendQueueLimit();
-  mainWriter_.emplace(stub_.context(), *main_, limit, [this] { end(); });
-  callbackWriter_.emplace(stub_.context(), *callback_, limit, [this] { end(); });
+  const auto written = [this] { resumeReadingIfWritten(); };
+  const auto broken = [this] { end(); };
+  mainWriter_.emplace(stub_.context(), *main_, limit, written, broken);
+  callbackWriter_.emplace(stub_.context(), *callback_, limit, written, broken);
   // Proxies never send on their callback port; the stub only needs to notice it hang up.
   callbackWatch_.watchFd(stub_.context(), callback_->fd(),
                          static_cast<GIOCondition>(G_IO_HUP | G_IO_ERR), onCallbackHangUp, this);
@@ -65,6 +73,30 @@ void StubClient::end() {
     stub->reportDisconnected(*this);
   }
   stub->retire(*this);
+}
+
+void StubClient::watchMain(bool forRequests) {
+  const auto condition =
+      static_cast<GIOCondition>(forRequests ? G_IO_IN | G_IO_HUP | G_IO_ERR : G_IO_HUP | G_IO_ERR);
+  mainWatch_.watchFd(stub_.context(), main_->fd(), condition, onMainReadable, this);
+}
+
+void StubClient::pauseReadingIfBacklogged() {
+  if (state_ == State::kConnected && !readingPaused_ && unwrittenBytes() > kPauseReadingAbove) {
+    readingPaused_ = true;
+    watchMain(false);
+  }
+}
+
+void StubClient::resumeReadingIfWritten() {
+  if (state_ == State::kConnected && readingPaused_ && unwrittenBytes() <= kPauseReadingAbove) {
+    readingPaused_ = false;
+    watchMain(true);
+  }
+}
+
+size_t StubClient::unwrittenBytes() {
+  return main_->queuedBytes() + callback_->queuedBytes();
 }
 
 // One `received` per complete frame; a frame the callback leaves is dropped so the loop moves on.
@@ -103,6 +135,7 @@ gboolean StubClient::onMainReadable(int /*fd*/, GIOCondition /*condition*/, void
       (!open || client->main_->broken() || client->main_->bufferedFrame() == FrameState::kBroken)) {
     client->end();
   }
+  client->pauseReadingIfBacklogged();
   return G_SOURCE_CONTINUE;
 }
 

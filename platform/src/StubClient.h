@@ -1,6 +1,9 @@
 // One proxy connection as a stub sees it: the main port (requests in, replies out) and the
 // callback port (events out), known by the instance id the stub gave it. Sends on both ports are
 // queued and written from the stub's loop (see PortWriter), so a slow reader never blocks it.
+// While more than a few MiB of what the stub sent to a connection is still unwritten, the stub
+// reads no more of its requests (a proxy keeps taking events while it waits on a request, so it is
+// slowed down instead of running its queue into the bound); other connections go on as before.
 // A connection whose callback port has not joined within the read timeout is closed.
 #pragma once
 
@@ -40,6 +43,12 @@ class StubClient {
   enum class State { kAwaitCallback, kConnected, kClosed };
 
   void dispatchFrames();
+  // Watches the main port for requests, or only for a hang-up while reading is paused.
+  void watchMain(bool forRequests);
+  // Pauses reading requests while too much is unwritten, and resumes once it has been written.
+  void pauseReadingIfBacklogged();
+  void resumeReadingIfWritten();
+  size_t unwrittenBytes();
   // Closes the connection, reports it gone when it had been reported connected, and hands it
   // back to the stub to be freed.
   void end();
@@ -53,6 +62,7 @@ class StubClient {
   const unsigned serial_;
   const std::string instance_;
   State state_ = State::kAwaitCallback;
+  bool readingPaused_ = false;
   std::unique_ptr<Port> main_;
   std::unique_ptr<Port> callback_;
   std::optional<PortWriter> mainWriter_;

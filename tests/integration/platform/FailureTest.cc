@@ -10,6 +10,7 @@
 
 #include "PlatformHarness.h"
 #include "RawPeer.h"
+#include "RawStub.h"
 
 namespace oxa::test {
 namespace {
@@ -164,41 +165,6 @@ TEST_F(FailureTest, ReadTimeoutEndsTheConnectionOnce) {
   EXPECT_EQ(RPC_PORT_ERROR_IO_ERROR, proxy.sendRequest(2));
   EXPECT_EQ(RPC_PORT_ERROR_IO_ERROR, proxy.readReply(&reply));
 }
-
-// A stub played by hand: accepts the proxy's two connections and acknowledges them.
-class RawStub {
- public:
-  explicit RawStub(GMainContext *context)
-      : context_(context), listener_(portPath(kAppId, kPortName)) {}
-
-  // Runs the handshake of a proxy that has just called connect().
-  bool acceptProxy() {
-    main = acceptOne();
-    if (!main.valid() || !main.readFrame(kDefaultWait)) {
-      return false;
-    }
-    main.writeAll(frame(ackBody(0, "raw@1")));
-    callback = acceptOne();
-    return callback.valid() && callback.readFrame(kDefaultWait) &&
-           callback.writeAll(frame(ackBody(0, "raw@1")));
-  }
-
-  RawSocket acceptOne() {
-    RawSocket accepted;
-    runUntil(context_, [&] {
-      accepted = listener_.tryAccept();
-      return accepted.valid();
-    });
-    return accepted;
-  }
-
-  RawSocket main;
-  RawSocket callback;
-
- private:
-  GMainContext *context_;
-  RawListener listener_;
-};
 
 TEST_F(FailureTest, ProxySendsTheDocumentedHello) {
   ::setenv("RPC_PORT_PRIVILEGES", "p1,p2", 1);

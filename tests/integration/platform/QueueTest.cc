@@ -1,7 +1,8 @@
 // A stub's sends are queued per connection and written from its loop: a client that stops reading
 // never stalls the others, gets what it was owed once it reads again, and is disconnected when its
 // queue passes RPC_PORT_SEND_QUEUE_MAX. A proxy that sends a burst without returning to its loop,
-// while the stub writes events to it, never deadlocks.
+// while the stub writes events to it, never deadlocks, and its requests wait while the stub has
+// too much of its events unwritten.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -224,6 +225,66 @@ TEST_F(QueueTest, BurstFromOneCallbackWhileTheStubSendsEvents) {
   EXPECT_TRUE(burst.done);
   EXPECT_TRUE(inOrder(proxy.events, kRequests));
   EXPECT_EQ(size_t{kRequests} << 18, echoedBytes);
+  EXPECT_EQ(0, proxy.disconnectedCount);
+}
+
+// Each 1 MiB request makes the stub send three 1 MiB events: 90 MiB owed to a client whose queue
+// may hold 8 MiB. The stub reads no more requests of a connection while it has too much unwritten,
+// and the client takes its events while it waits on its requests, so nothing is dropped.
+TEST_F(QueueTest, RequestsThatOweMoreThanTheBoundWaitForTheirEventsToBeWritten) {
+  constexpr int kRequests = 30;
+  constexpr int kEventsPerRequest = 3;
+  ::setenv("RPC_PORT_SEND_QUEUE_MAX", std::to_string(8 << 20).c_str(), 1);
+  const std::string mebibyte(size_t{1} << 20, 'm');
+  ChildProcess stubProcess = spawnStubProcess([](TestStub &served) {
+    served.onReceived = [&served](const std::string &instance, rpc_port_h port) {
+      const ParcelPtr request = receiveParcel(port);
+      int value = 0;
+      if (!request || rpc_port_parcel_read_int32(request.get(), &value) != 0) {
+        return -1;
+      }
+      ParcelPtr event = parcelWithInt(value);
+      rpc_port_parcel_write_string(event.get(), readString(request.get()).c_str());
+      rpc_port_h callback = nullptr;
+      rpc_port_stub_get_port(served.get(), RPC_PORT_PORT_CALLBACK, instance.c_str(), &callback);
+      for (int copy = 0; copy < kEventsPerRequest; ++copy) {
+        if (rpc_port_parcel_send(event.get(), callback) != 0) {
+          return -1;
+        }
+      }
+      return rpc_port_parcel_send(parcelWithInt(value + 1).get(), port) == 0 ? 0 : -1;
+    };
+  });
+  TestProxy proxy;
+  int wholeEvents = 0;
+  proxy.onReceived = [&] {
+    rpc_port_h port = nullptr;
+    ASSERT_EQ(0, rpc_port_proxy_get_port(proxy.get(), RPC_PORT_PORT_CALLBACK, &port));
+    const ParcelPtr event = receiveParcel(port);
+    ASSERT_TRUE(event);
+    int value = 0;
+    rpc_port_parcel_read_int32(event.get(), &value);
+    proxy.events.push_back(value);
+    wholeEvents += readString(event.get()) == mebibyte ? 1 : 0;
+  };
+  ASSERT_EQ(0, proxy.connectSync());
+  for (int i = 0; i < kRequests; ++i) {
+    ParcelPtr request = parcelWithInt(i);
+    rpc_port_parcel_write_string(request.get(), mebibyte.c_str());
+    ASSERT_EQ(0, rpc_port_parcel_send(request.get(), proxy.mainPort)) << i;
+    int reply = 0;
+    ASSERT_EQ(0, proxy.readReply(&reply)) << i;
+    ASSERT_EQ(i + 1, reply);
+  }
+  ASSERT_TRUE(
+      runUntil([&] { return proxy.events.size() == kEventsPerRequest * kRequests; }, kLongWait))
+      << proxy.events.size() << " events";
+  std::vector<int> expected;
+  for (int i = 0; i < kRequests; ++i) {
+    expected.insert(expected.end(), kEventsPerRequest, i);
+  }
+  EXPECT_EQ(expected, proxy.events);
+  EXPECT_EQ(kEventsPerRequest * kRequests, wholeEvents);
   EXPECT_EQ(0, proxy.disconnectedCount);
 }
 

@@ -1,6 +1,8 @@
 #include "RawPeer.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -116,6 +118,14 @@ bool RawSocket::writeAll(const Bytes &bytes) const {
 bool RawSocket::readable() const {
   pollfd entry{fd_, POLLIN, 0};
   return ::poll(&entry, 1, 0) == 1;
+}
+
+size_t RawSocket::unreadBytes() const {
+  int queued = 0;
+  if (::ioctl(fd_, SIOCOUTQ, &queued) != 0) {
+    throw std::runtime_error(std::string("SIOCOUTQ: ") + std::strerror(errno));
+  }
+  return static_cast<size_t>(queued);
 }
 
 bool RawSocket::readExactly(uint8_t *out, size_t size, std::chrono::milliseconds timeout) const {

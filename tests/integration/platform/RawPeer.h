@@ -40,6 +40,8 @@ class RawSocket {
   bool writeAll(const Bytes &bytes) const;
   // True when a read would not block now (data or end of stream).
   bool readable() const;
+  // Bytes written here that the peer has not read yet.
+  size_t unreadBytes() const;
   // The body of the next frame, or nullopt at end of stream or after `timeout`.
   std::optional<Bytes> readFrame(std::chrono::milliseconds timeout) const;
   // True when the peer has closed (end of stream) within `timeout`; data read meanwhile is dropped.
