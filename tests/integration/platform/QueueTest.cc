@@ -71,6 +71,28 @@ bool inOrder(const std::vector<int> &events, int count) {
   return true;
 }
 
+// Reads a request (a number and a string) from `port` and answers it: `copies` events on the
+// callback port of `instance`, each the number and `eventText` of the string, then the number
+// plus one on the main port.
+int answerWithEvents(TestStub &served, const std::string &instance, rpc_port_h port, int copies,
+                     const std::function<std::string(const std::string &)> &eventText) {
+  const ParcelPtr request = receiveParcel(port);
+  int value = 0;
+  if (!request || rpc_port_parcel_read_int32(request.get(), &value) != 0) {
+    return -1;
+  }
+  ParcelPtr event = parcelWithInt(value);
+  rpc_port_parcel_write_string(event.get(), eventText(readString(request.get())).c_str());
+  rpc_port_h callback = nullptr;
+  rpc_port_stub_get_port(served.get(), RPC_PORT_PORT_CALLBACK, instance.c_str(), &callback);
+  for (int copy = 0; copy < copies; ++copy) {
+    if (rpc_port_parcel_send(event.get(), callback) != 0) {
+      return -1;
+    }
+  }
+  return rpc_port_parcel_send(parcelWithInt(value + 1).get(), port) == 0 ? 0 : -1;
+}
+
 TEST_F(QueueTest, StoppedClientStallsNobodyAndGetsEverythingLater) {
   TestStub stub;
   ASSERT_EQ(0, stub.listen());
@@ -162,22 +184,11 @@ TEST_F(QueueTest, BurstFromOneCallbackWhileTheStubSendsEvents) {
   // whatever the timing, so every one must arrive.
   const std::string mebibyte(size_t{1} << 20, 'b');
   ChildProcess stubProcess = spawnStubProcess([](TestStub &served) {
+    // A quarter of the request goes back on the callback port, the answer on the main port.
     served.onReceived = [&served](const std::string &instance, rpc_port_h port) {
-      const ParcelPtr request = receiveParcel(port);
-      int value = 0;
-      if (!request || rpc_port_parcel_read_int32(request.get(), &value) != 0) {
-        return -1;
-      }
-      const std::string body = readString(request.get());
-      // A quarter of the request goes back on the callback port, the answer on the main port.
-      ParcelPtr echo = parcelWithInt(value);
-      rpc_port_parcel_write_string(echo.get(), body.substr(0, body.size() / 4).c_str());
-      rpc_port_h callback = nullptr;
-      rpc_port_stub_get_port(served.get(), RPC_PORT_PORT_CALLBACK, instance.c_str(), &callback);
-      if (rpc_port_parcel_send(echo.get(), callback) != 0) {
-        return -1;
-      }
-      return rpc_port_parcel_send(parcelWithInt(value + 1).get(), port) == 0 ? 0 : -1;
+      return answerWithEvents(served, instance, port, 1, [](const std::string &body) {
+        return body.substr(0, body.size() / 4);
+      });
     };
   });
   TestProxy proxy;
@@ -238,21 +249,8 @@ TEST_F(QueueTest, RequestsThatOweMoreThanTheBoundWaitForTheirEventsToBeWritten) 
   const std::string mebibyte(size_t{1} << 20, 'm');
   ChildProcess stubProcess = spawnStubProcess([](TestStub &served) {
     served.onReceived = [&served](const std::string &instance, rpc_port_h port) {
-      const ParcelPtr request = receiveParcel(port);
-      int value = 0;
-      if (!request || rpc_port_parcel_read_int32(request.get(), &value) != 0) {
-        return -1;
-      }
-      ParcelPtr event = parcelWithInt(value);
-      rpc_port_parcel_write_string(event.get(), readString(request.get()).c_str());
-      rpc_port_h callback = nullptr;
-      rpc_port_stub_get_port(served.get(), RPC_PORT_PORT_CALLBACK, instance.c_str(), &callback);
-      for (int copy = 0; copy < kEventsPerRequest; ++copy) {
-        if (rpc_port_parcel_send(event.get(), callback) != 0) {
-          return -1;
-        }
-      }
-      return rpc_port_parcel_send(parcelWithInt(value + 1).get(), port) == 0 ? 0 : -1;
+      return answerWithEvents(served, instance, port, kEventsPerRequest,
+                              [](const std::string &body) { return body; });
     };
   });
   TestProxy proxy;
