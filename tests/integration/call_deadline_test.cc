@@ -9,8 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -115,12 +113,7 @@ class CallDeadlineTest : public ::testing::Test {
     unsetenv("RPC_PORT_APPID");
   }
 
-  std::string logText() const {
-    std::ifstream in(logPath);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
+  std::string logText() const { return oxa::test::readFile(logPath); }
 
   void initialize() {
     const size_t before = results.size();

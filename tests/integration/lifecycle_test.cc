@@ -9,9 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -98,12 +96,7 @@ class LifecycleTest : public ::testing::Test {
     unsetenv("RPC_PORT_APPID");
   }
 
-  std::string logText() const {
-    std::ifstream in(logPath);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
+  std::string logText() const { return oxa::test::readFile(logPath); }
 
   static void Record(oxa_error_e result, void *data) {
     static_cast<std::vector<oxa_error_e> *>(data)->push_back(result);

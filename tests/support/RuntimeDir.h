@@ -31,6 +31,10 @@ class ScopedRuntimeDir {
   std::optional<std::string> previous_;
 };
 
+// The whole content of the file at `path`, such as a log written in a runtime dir ("" when it
+// cannot be read).
+std::string readFile(const std::string &path);
+
 // Test fixture: each test gets its own runtime dir and its own thread-default main context.
 class PlatformTest : public ::testing::Test {
  protected:

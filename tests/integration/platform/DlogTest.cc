@@ -18,13 +18,6 @@
 namespace oxa::test {
 namespace {
 
-std::string readFile(const std::string &path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 std::vector<std::string> linesOf(const std::string &text) {
   std::vector<std::string> lines;
   std::stringstream in(text);
