@@ -10,22 +10,16 @@
 #include <string>
 #include <vector>
 
+#include "DelegateIds.h"
+
 namespace oxa::test {
 
 using Body = std::vector<uint8_t>;
 
-// Command ids that open every parcel the agent sends, and the delegate ids of the events.
+// Command ids that open every parcel the agent sends; the events' delegate ids are DelegateIds.h's.
 constexpr int kReplyId = 0;
 constexpr int kEventId = 1;
-enum DelegateId : int {
-  kServiceRegistered = 1,
-  kServiceStateChanged = 2,
-  kCommandSent = 3,
-  kCommandReceived = 4,
-  kDeviceFound = 5,
-  kDeviceLost = 6,
-  kContextChanged = 7,
-};
+using namespace delegate_ids;
 
 class Wire {
  public:

@@ -9,6 +9,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "DelegateIds.h"
+
 // A client of the agent port that writes and reads parcels value by value, independent of the
 // library and of the simulator's own codec, so the tests check the wire itself.
 namespace raw_agent {
@@ -40,16 +42,7 @@ struct Command {
   }
 };
 
-// The delegate ids the library gives its event kinds; the tests use the same numbering.
-enum DelegateId {
-  kServiceRegistered = 1,
-  kServiceStateChanged = 2,
-  kCommandSent = 3,
-  kCommandReceived = 4,
-  kDeviceFound = 5,
-  kDeviceLost = 6,
-  kContextChanged = 7,
-};
+using namespace oxa::test::delegate_ids;
 
 // One callback parcel, decoded by the kind its delegate id names.
 struct Event {
