@@ -61,9 +61,9 @@ __attribute__((noinline)) int writeLine(int index, const char *file, const char 
   return platform::writeLogLine(file, line, static_cast<size_t>(length));
 }
 
-// Whether a line of priority `index` is dropped under `settings`.
-bool isFiltered(int index, const platform::DlogSettings &settings) {
-  return kRanks[index] == kSilentRank || kRanks[index] < settings.thresholdRank;
+// Whether a line of priority `index` is dropped at the level the environment sets now.
+bool isFiltered(int index) {
+  return kRanks[index] == kSilentRank || kRanks[index] < platform::currentThresholdRank();
 }
 
 }  // namespace
@@ -73,11 +73,10 @@ extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, 
     return -EINVAL;
   }
   const int index = priorityIndex(prio);
-  const platform::DlogSettings settings = platform::currentDlogSettings();
-  if (isFiltered(index, settings)) {
+  if (isFiltered(index)) {
     return 0;
   }
-  return writeLine(index, settings.file, tag, fmt, ap);
+  return writeLine(index, platform::currentDlogFile(), tag, fmt, ap);
 }
 
 extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {

@@ -1,34 +1,46 @@
 #include "DlogSettings.h"
 
 #include <cstdlib>
-#include <cstring>
 
 namespace platform {
 
 namespace {
 
-constexpr char kLetterOrder[] = "VDIWEFS";
 constexpr int kDefaultRank = 2;  // I
 
 int rankOf(char letter) {
-  const char *found = std::strchr(kLetterOrder, letter);
-  return (letter != '\0' && found != nullptr) ? static_cast<int>(found - kLetterOrder) : -1;
+  switch (letter) {
+    case 'V':
+      return 0;
+    case 'D':
+      return 1;
+    case 'I':
+      return 2;
+    case 'W':
+      return 3;
+    case 'E':
+      return 4;
+    case 'F':
+      return 5;
+    case 'S':
+      return 6;
+    default:
+      return kDefaultRank;
+  }
 }
 
 }  // namespace
 
 // getenv on every line: a cached view of the environment cannot tell when setenv has moved or
 // freed its entries.
-DlogSettings currentDlogSettings() {
-  DlogSettings settings{kDefaultRank, nullptr};
+int currentThresholdRank() {
   const char *level = std::getenv("DLOG_LEVEL");
-  if (level != nullptr) {
-    const int rank = rankOf(level[0]);
-    settings.thresholdRank = rank < 0 ? kDefaultRank : rank;
-  }
+  return level != nullptr ? rankOf(level[0]) : kDefaultRank;
+}
+
+const char *currentDlogFile() {
   const char *file = std::getenv("DLOG_FILE");
-  settings.file = (file != nullptr && *file != '\0') ? file : nullptr;
-  return settings;
+  return (file != nullptr && *file != '\0') ? file : nullptr;
 }
 
 }  // namespace platform
