@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 
 namespace platform {
 
@@ -88,7 +89,7 @@ int Port::sendBlocking(const uint8_t *body, size_t size) {
   message.msg_iov = parts;
   message.msg_iovlen = 2;
   size_t left = sizeof header + size;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs_);
+  std::optional<Clock::time_point> deadline;
   while (left > 0) {
     const ssize_t sent = ::sendmsg(fd_.get(), &message, MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) {
@@ -222,6 +223,13 @@ bool Port::waitFor(short events, Clock::time_point deadline) {
   }
 }
 
+bool Port::waitFor(short events, std::optional<Clock::time_point> &deadline) {
+  if (!deadline) {
+    deadline = Clock::now() + std::chrono::milliseconds(timeoutMs_);
+  }
+  return waitFor(events, *deadline);
+}
+
 // False once the side port has nothing more to give (ended or broken).
 bool Port::pullSide() {
   const bool open = side_->fillAvailable(false);
@@ -231,7 +239,7 @@ bool Port::pullSide() {
 
 int Port::receive(Parcel &out) {
   std::lock_guard<std::mutex> lock(readMutex_);
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs_);
+  std::optional<Clock::time_point> deadline;
   for (;;) {
     size_t bodySize = 0;
     const FrameState state = peekFrame(&bodySize);
@@ -288,11 +296,6 @@ void Port::dropFrame() {
   }
 }
 
-uint64_t Port::framesTaken() {
-  std::lock_guard<std::mutex> lock(readMutex_);
-  return framesTaken_;
-}
-
 void Port::shutdown() {
   if (fd_.get() >= 0) {
     ::shutdown(fd_.get(), SHUT_RDWR);
@@ -332,7 +335,7 @@ void Port::takeFrame(Parcel &out, size_t bodySize) {
   out.bytes.assign(body, body + bodySize);
   out.readOffset = 0;
   buffer_.consume(kFrameHeader + bodySize);
-  ++framesTaken_;
+  framesTaken_.fetch_add(1, std::memory_order_release);
 }
 
 ssize_t Port::readChunk() {

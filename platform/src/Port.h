@@ -19,6 +19,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "ByteBuffer.h"
@@ -67,8 +68,9 @@ class Port {
   FrameState bufferedFrame();
   // Drops the next buffered frame (one nobody took).
   void dropFrame();
-  // Counts the frames taken so far, so a dispatcher can tell whether its callback took one.
-  uint64_t framesTaken();
+  // Counts the frames taken so far, so a dispatcher can tell whether its callback took one. Read
+  // without the read lock: it only ever grows, and one frame is counted once it has been taken.
+  uint64_t framesTaken() const { return framesTaken_.load(std::memory_order_acquire); }
 
   // Ends both directions: the peer sees end of stream, local pollers wake with a hang-up.
   void shutdown();
@@ -87,6 +89,9 @@ class Port {
   int sendQueued(const uint8_t *body, size_t size);
   // Waits until the socket is ready for `events` or `deadline` passes, draining the side port.
   bool waitFor(short events, std::chrono::steady_clock::time_point deadline);
+  // The same, with the port's timeout counted from the first wait of a send or read: `deadline`
+  // is set then, so that one that never waits reads no clock.
+  bool waitFor(short events, std::optional<std::chrono::steady_clock::time_point> &deadline);
   bool pullSide();
   void consumeQueue(size_t bytes);
 
@@ -102,7 +107,7 @@ class Port {
   std::mutex readMutex_;
   UniqueFd fd_;
   ByteBuffer buffer_;
-  uint64_t framesTaken_ = 0;
+  std::atomic<uint64_t> framesTaken_{0};
   bool ended_ = false;
   const int timeoutMs_;
 };
