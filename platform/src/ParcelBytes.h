@@ -17,7 +17,11 @@ class ParcelBytes {
   ParcelBytes(ParcelBytes &&other) noexcept;
   ParcelBytes &operator=(const ParcelBytes &other);
   ParcelBytes &operator=(ParcelBytes &&other) noexcept;
-  ~ParcelBytes() { release(); }
+  ~ParcelBytes() {
+    if (onHeap()) {
+      release();
+    }
+  }
 
   const uint8_t *data() const { return data_; }
   const uint8_t *end() const { return data_ + size_; }

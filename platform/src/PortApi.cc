@@ -11,7 +11,8 @@ extern "C" int rpc_port_parcel_create_from_port(rpc_port_parcel_h *h, rpc_port_h
     return RPC_PORT_ERROR_INVALID_PARAMETER;
   }
   *h = nullptr;
-  std::unique_ptr<platform::Parcel> parcel(new (std::nothrow) platform::Parcel());
+  // Default-initialised: the frame is copied in before anything is read.
+  std::unique_ptr<platform::Parcel> parcel(new (std::nothrow) platform::Parcel);
   if (!parcel) {
     return RPC_PORT_ERROR_OUT_OF_MEMORY;
   }
