@@ -139,20 +139,16 @@ rpc_port_parcel_h readBytes(rpc_port_parcel_h parcel, std::vector<unsigned char>
   return parcel;
 }
 
-rpc_port_parcel_h readDevice(rpc_port_parcel_h parcel, DeviceRecord &device) {
-  device.address = readString(parcel);
-  device.type = readInt32(parcel);
-  device.name = readString(parcel);
-  return parcel;
+// Built in place: the members of a braced list are read in order.
+DeviceRecord readDevice(rpc_port_parcel_h parcel) {
+  return DeviceRecord{readString(parcel), readInt32(parcel), readString(parcel)};
 }
 
 rpc_port_parcel_h readDeviceList(rpc_port_parcel_h parcel, std::vector<DeviceRecord> &devices) {
   int count = 0;
   rpc_port_parcel_read_array_count(parcel, &count);
   for (int index = 0; index < count; ++index) {
-    DeviceRecord device;
-    readDevice(parcel, device);
-    devices.push_back(std::move(device));
+    devices.push_back(readDevice(parcel));
   }
   return parcel;
 }
@@ -216,21 +212,15 @@ void OxaAgentInterface::OnCommandReceivedEvent::OnParcelReceived(rpc_port_parcel
 }
 
 void OxaAgentInterface::OnDeviceFoundEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
-  DeviceRecord device;
-  readDevice(parcel, device);
-  OnReceived(std::move(device));
+  OnReceived(readDevice(parcel));
 }
 
 void OxaAgentInterface::OnDeviceLostEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
-  DeviceRecord device;
-  readDevice(parcel, device);
-  OnReceived(std::move(device));
+  OnReceived(readDevice(parcel));
 }
 
 void OxaAgentInterface::OnContextChangedEvent::OnParcelReceived(rpc_port_parcel_h parcel) {
-  DeviceRecord device;
-  readDevice(parcel, device);
-  OnReceived(std::move(device));
+  OnReceived(readDevice(parcel));
 }
 
 void OxaAgentInterface::AddDelegate(std::unique_ptr<CallbackBase> delegate) {
@@ -700,7 +690,7 @@ int OxaAgentInterface::GetMyDevice(int handlerId, const std::string &address,
   rpc_port_parcel_write_int32(request.get(), handlerId);
   rpc_port_parcel_write_string(request.get(), address.c_str());
   const Parcel reply = Call(__func__, request);
-  readDevice(reply.get(), device);
+  device = readDevice(reply.get());
   return readInt32(reply.get());
 }
 

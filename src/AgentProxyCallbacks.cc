@@ -26,7 +26,7 @@ Device toDevice(DeviceRecord &&record) {
 }
 
 // Calls `callback` with a device built from `record`; the device lives for the call only.
-void deliverDevice(const DeviceCallback &callback, DeviceRecord record) {
+void deliverDevice(const DeviceCallback &callback, DeviceRecord &&record) {
   Device device = toDevice(std::move(record));
   if (callback) {
     callback(&device);
@@ -131,21 +131,21 @@ OnDeviceFoundCallback::OnDeviceFoundCallback(DeviceCallback callback)
     : OnDeviceFoundEvent(kDeviceFoundDelegate, false), callback(std::move(callback)) {}
 
 void OnDeviceFoundCallback::OnReceived(const DeviceRecord &device) {
-  deliverDevice(callback, device);
+  deliverDevice(callback, DeviceRecord(device));
 }
 
 OnDeviceLostCallback::OnDeviceLostCallback(DeviceCallback callback)
     : OnDeviceLostEvent(kDeviceLostDelegate, false), callback(std::move(callback)) {}
 
 void OnDeviceLostCallback::OnReceived(const DeviceRecord &device) {
-  deliverDevice(callback, device);
+  deliverDevice(callback, DeviceRecord(device));
 }
 
 OnContextChangedCallback::OnContextChangedCallback(DeviceCallback callback)
     : OnContextChangedEvent(kContextChangedDelegate, false), callback(std::move(callback)) {}
 
 void OnContextChangedCallback::OnReceived(const DeviceRecord &device) {
-  deliverDevice(callback, device);
+  deliverDevice(callback, DeviceRecord(device));
 }
 
 OnSimpleMessageSentCallback::OnSimpleMessageSentCallback(SimpleMessageSentCallback callback,

@@ -16,8 +16,10 @@ namespace Oxa::Capi {
 // A peer device known to the agent, or the application's own device.
 class Device {
  public:
-  Device(std::string address, int type, std::string name)
+  Device(std::string &&address, int type, std::string &&name)
       : address(std::move(address)), type(type), name(std::move(name)) {}
+  Device(const std::string &address, int type, const std::string &name)
+      : address(address), type(type), name(name) {}
   Device(std::string address, std::string name)
       : Device(std::move(address), OXA_DEVICE_TYPE_UNKNOWN, std::move(name)) {}
 
