@@ -61,9 +61,9 @@ __attribute__((noinline)) int writeLine(int index, const char *file, const char 
   return platform::writeLogLine(file, line, static_cast<size_t>(length));
 }
 
-// Whether a line of priority `index` is dropped at the level the environment sets now.
-bool isFiltered(int index) {
-  return kRanks[index] == kSilentRank || kRanks[index] < platform::currentThresholdRank();
+// Whether a line of priority `index` is dropped when lines below `thresholdRank` are.
+bool isFiltered(int index, int thresholdRank) {
+  return kRanks[index] == kSilentRank || kRanks[index] < thresholdRank;
 }
 
 }  // namespace
@@ -73,10 +73,11 @@ extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, 
     return -EINVAL;
   }
   const int index = priorityIndex(prio);
-  if (isFiltered(index)) {
+  if (isFiltered(index, platform::currentThresholdRank())) {
     return 0;
   }
-  return writeLine(index, platform::currentDlogFile(), tag, fmt, ap);
+  const char *file = platform::currentDlogFile();
+  return writeLine(index, file, tag, fmt, ap);
 }
 
 extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {
