@@ -73,7 +73,7 @@ std::atomic<int> delegateCounter{0};
 // Every proxy between the end of its construction and the start of its destruction. A port event
 // names its proxy by a plain pointer, and the application may drop a proxy on one thread just as
 // the event loop is called back for it on another: the event checks here before touching it.
-std::mutex liveProxiesGuard;
+Oxa::Capi::ShortLock liveProxiesGuard;
 std::vector<const OxaAgentInterface *> liveProxies;
 
 constexpr std::chrono::milliseconds kDefaultCallTimeout{10000};
@@ -226,7 +226,7 @@ void OxaAgentInterface::OnContextChangedEvent::OnParcelReceived(rpc_port_parcel_
 void OxaAgentInterface::AddDelegate(std::unique_ptr<CallbackBase> delegate) {
   const int id = delegate->id_;
   const int seqId = delegate->seqId_;
-  const std::lock_guard<std::mutex> guard(delegatesGuard);
+  const std::lock_guard<Oxa::Capi::ShortLock> guard(delegatesGuard);
   delegates.push_back(std::move(delegate));
   delegateIndex.Add(id, seqId, std::prev(delegates.end()));
 }
@@ -247,7 +247,7 @@ std::unique_ptr<OxaAgentInterface::CallbackBase> OxaAgentInterface::UnlinkDelega
 void OxaAgentInterface::ClearDelegates() {
   DelegateList removed;
   {
-    const std::lock_guard<std::mutex> guard(delegatesGuard);
+    const std::lock_guard<Oxa::Capi::ShortLock> guard(delegatesGuard);
     delegateIndex.Clear();
     removed.swap(delegates);
     for (std::unique_ptr<CallbackBase> &delegate : removed) {
@@ -260,7 +260,7 @@ void OxaAgentInterface::ClearDelegates() {
 
 void OxaAgentInterface::DisposeCallback(const std::string &tag) {
   std::unique_ptr<CallbackBase> removed;
-  const std::lock_guard<std::mutex> guard(delegatesGuard);
+  const std::lock_guard<Oxa::Capi::ShortLock> guard(delegatesGuard);
   for (auto position = delegates.begin(); position != delegates.end(); ++position) {
     if ((*position)->GetTag() == tag) {
       removed = UnlinkDelegate(position);
@@ -292,7 +292,7 @@ void OxaAgentInterface::Dispatch(rpc_port_parcel_h parcel) {
   CallbackBase::ReadDelegate(parcel, id, seqId, once);
   CallbackBase *delegate = nullptr;
   {
-    const std::lock_guard<std::mutex> guard(delegatesGuard);
+    const std::lock_guard<Oxa::Capi::ShortLock> guard(delegatesGuard);
     const DelegateList::iterator *found = delegateIndex.Find(id, seqId);
     if (found == nullptr) {
       return;
@@ -306,7 +306,7 @@ void OxaAgentInterface::Dispatch(rpc_port_parcel_h parcel) {
 
 std::unique_ptr<OxaAgentInterface::CallbackBase> OxaAgentInterface::EndDispatch(
     CallbackBase *delegate) {
-  const std::lock_guard<std::mutex> guard(delegatesGuard);
+  const std::lock_guard<Oxa::Capi::ShortLock> guard(delegatesGuard);
   if (--delegate->dispatchDepth_ > 0) {
     return nullptr;
   }
@@ -333,7 +333,7 @@ class OxaAgentInterface::EventScope {
  public:
   explicit EventScope(void *data) {
     auto *named = static_cast<OxaAgentInterface *>(data);
-    const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+    const std::lock_guard<Oxa::Capi::ShortLock> guard(liveProxiesGuard);
     if (std::find(liveProxies.begin(), liveProxies.end(), named) == liveProxies.end()) {
       return;
     }
@@ -390,14 +390,14 @@ OxaAgentInterface::OxaAgentInterface(IEventListener *listener, std::string targe
   rpc_port_proxy_add_disconnected_event_cb(proxyHandle, OnDisconnectedCB, this);
   rpc_port_proxy_add_rejected_event_cb(proxyHandle, OnRejectedCB, this);
   rpc_port_proxy_add_received_event_cb(proxyHandle, OnReceivedCB, this);
-  const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+  const std::lock_guard<Oxa::Capi::ShortLock> guard(liveProxiesGuard);
   liveProxies.push_back(this);
 }
 
 std::shared_ptr<OxaAgentInterface> OxaAgentInterface::Create(IEventListener *listener,
                                                              std::string targetAppId) {
   auto proxy = std::make_shared<OxaAgentInterface>(listener, std::move(targetAppId));
-  const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+  const std::lock_guard<Oxa::Capi::ShortLock> guard(liveProxiesGuard);
   proxy->sharedOwnership = true;
   return proxy;
 }
@@ -409,7 +409,7 @@ void OxaAgentInterface::Detach() {
 // The members then go in reverse order: the app id, then the delegates.
 OxaAgentInterface::~OxaAgentInterface() {
   {
-    const std::lock_guard<std::mutex> guard(liveProxiesGuard);
+    const std::lock_guard<Oxa::Capi::ShortLock> guard(liveProxiesGuard);
     liveProxies.erase(std::find(liveProxies.begin(), liveProxies.end(), this));
   }
   if (proxyHandle != nullptr) {

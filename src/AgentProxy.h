@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "DelegateIndex.h"
+#include "ShortLock.h"
 
 namespace rpc_port::AgentProxy {
 
@@ -266,7 +267,7 @@ class OxaAgentInterface : public std::enable_shared_from_this<OxaAgentInterface>
   std::list<std::unique_ptr<CallbackBase>> delegates;
   std::string targetAppId;
   DelegateIndex<DelegateList::iterator> delegateIndex;
-  std::mutex delegatesGuard;
+  Oxa::Capi::ShortLock delegatesGuard;
   // Delegates unlinked while a call of theirs was in progress, destroyed when it ends.
   std::vector<std::unique_ptr<CallbackBase>> orphans;
   // Set by Create: events then hold the proxy through a shared pointer.

@@ -37,7 +37,7 @@ void deliverDevice(const DeviceCallback &callback, DeviceRecord &&record) {
 
 std::map<int, Command *> sentCommands;
 std::map<int, SimpleMessage *> sentMessages;
-std::mutex sentCommandsGuard;
+ShortLock sentCommandsGuard;
 std::atomic<int> sentCommandCounter{0};
 
 CommandRecord toSentCommandRecord(int handlerId, Command *command) {
@@ -49,13 +49,13 @@ CommandRecord toSentCommandRecord(int handlerId, Command *command) {
   record.payload = command->getPayload();
   record.seqId = sentCommandCounter++;
   // Last, so that a failure above leaves no entry behind.
-  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  const std::lock_guard<ShortLock> guard(sentCommandsGuard);
   sentCommands[record.seqId] = command;
   return record;
 }
 
 Command *takeSentCommand(int seqId, Command::Owner refused) {
-  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  const std::lock_guard<ShortLock> guard(sentCommandsGuard);
   auto entry = sentCommands.find(seqId);
   if (entry == sentCommands.end() ||
       (refused != Command::Owner::Anyone && entry->second->getOwner() == refused)) {
@@ -70,7 +70,7 @@ namespace {
 
 template <typename Object>
 void forgetEntries(std::map<int, Object *> &table, const Object *object) {
-  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  const std::lock_guard<ShortLock> guard(sentCommandsGuard);
   for (auto entry = table.begin(); entry != table.end();) {
     entry = entry->second == object ? table.erase(entry) : std::next(entry);
   }
@@ -153,13 +153,13 @@ OnSimpleMessageSentCallback::OnSimpleMessageSentCallback(SimpleMessageSentCallba
     : OnCommandSentEvent(kCommandSentDelegate, false),
       callback(std::move(callback)),
       wrapperSeq(wrapperSeq) {
-  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  const std::lock_guard<ShortLock> guard(sentCommandsGuard);
   sentMessages[wrapperSeq] = message;
 }
 
 OnSimpleMessageSentCallback::~OnSimpleMessageSentCallback() {
   delete takeSentCommand(wrapperSeq);
-  const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+  const std::lock_guard<ShortLock> guard(sentCommandsGuard);
   sentMessages.erase(wrapperSeq);
 }
 
@@ -172,7 +172,7 @@ void OnSimpleMessageSentCallback::OnReceived(int result, const CommandRecord &co
   }
   SimpleMessage *message = nullptr;
   {
-    const std::lock_guard<std::mutex> guard(sentCommandsGuard);
+    const std::lock_guard<ShortLock> guard(sentCommandsGuard);
     const auto entry = sentMessages.find(wrapperSeq);
     message = entry == sentMessages.end() ? nullptr : entry->second;
   }

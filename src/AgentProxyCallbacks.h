@@ -8,6 +8,7 @@
 
 #include "AgentProxy.h"
 #include "Service.h"
+#include "ShortLock.h"
 #include "oxa.h"
 
 namespace Oxa::Capi {
@@ -36,7 +37,7 @@ extern std::map<int, Command *> sentCommands;
 // wrapper command that carries each; entered and left by OnSimpleMessageSentCallback.
 extern std::map<int, SimpleMessage *> sentMessages;
 // Guards sentCommands and sentMessages.
-extern std::mutex sentCommandsGuard;
+extern ShortLock sentCommandsGuard;
 // Sequence number of the next sent command record; the first one of the process is 0.
 extern std::atomic<int> sentCommandCounter;
 

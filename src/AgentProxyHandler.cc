@@ -109,7 +109,7 @@ void AgentProxyHandler::replaceProxy(std::shared_ptr<AgentInterface> fresh,
   std::shared_ptr<AgentInterface> previous;
   RegisteredCallback replaced;
   {
-    const std::lock_guard<std::mutex> lock(guard);
+    const std::lock_guard<ShortLock> lock(guard);
     previous = std::exchange(proxy, std::move(fresh));
     if (previous) {
       previous->Detach();
@@ -121,7 +121,7 @@ void AgentProxyHandler::replaceProxy(std::shared_ptr<AgentInterface> fresh,
 int AgentProxyHandler::failConnect(int state, int error) {
   RegisteredCallback forgotten;
   {
-    const std::lock_guard<std::mutex> lock(guard);
+    const std::lock_guard<ShortLock> lock(guard);
     forgotten = std::exchange(initializedCallback, nullptr);
   }
   connectionState = state;
@@ -129,12 +129,12 @@ int AgentProxyHandler::failConnect(int state, int error) {
 }
 
 std::shared_ptr<AgentInterface> AgentProxyHandler::currentProxy() const {
-  const std::lock_guard<std::mutex> lock(guard);
+  const std::lock_guard<ShortLock> lock(guard);
   return proxy;
 }
 
 RegisteredCallback AgentProxyHandler::currentInitializedCallback() const {
-  const std::lock_guard<std::mutex> lock(guard);
+  const std::lock_guard<ShortLock> lock(guard);
   return initializedCallback;
 }
 

@@ -11,6 +11,7 @@
 #include "AgentProxy.h"
 #include "AgentProxyCallbacks.h"
 #include "Service.h"
+#include "ShortLock.h"
 #include "oxa.h"
 
 namespace Oxa::Capi {
@@ -115,7 +116,7 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
   std::shared_ptr<AgentInterface> proxy;
   RegisteredCallback initializedCallback;
   std::atomic<int> connectionState{kNotConnected};
-  mutable std::mutex guard;
+  mutable ShortLock guard;
 };
 
 }  // namespace Oxa::Capi
