@@ -251,13 +251,16 @@ int Port::receive(Parcel &out) {
       breakConnection();
       return RPC_PORT_ERROR_IO_ERROR;
     }
-    const ssize_t got = readChunk();
-    if (got == 0 || (got < 0 && got != -EAGAIN)) {
-      ended_ = true;
-    } else if (got == -EAGAIN && !waitFor(POLLIN, deadline)) {
+    // The frame asked for is a reply still on its way: waiting first saves a read that would
+    // find nothing.
+    if (!waitFor(POLLIN, deadline)) {
       // Whatever comes later belongs to this read, not to the next one.
       breakConnection();
       return RPC_PORT_ERROR_IO_ERROR;
+    }
+    const ssize_t got = readChunk();
+    if (got == 0 || (got < 0 && got != -EAGAIN)) {
+      ended_ = true;
     }
   }
 }
