@@ -6,6 +6,8 @@
 #include <fstream>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace bench {
 
@@ -18,6 +20,33 @@ constexpr char kSummaryLine[] = "summary: ";
 struct GFreeDeleter {
   void operator()(void *pointer) const { g_free(pointer); }
 };
+
+// The only variables the measured program sees, when set here. The host log looks its level up in
+// the environment on every line, and that lookup grows with the environment: a fixed one gives
+// the same count whatever shell or CI job starts the check.
+constexpr const char *kKeptVariables[] = {"PATH", "HOME", "TMPDIR", "LD_LIBRARY_PATH",
+                                          "DLOG_LEVEL"};
+
+// "NAME=value" for each kept variable that is set.
+std::vector<std::string> fixedEnvironment() {
+  std::vector<std::string> kept;
+  for (const char *name : kKeptVariables) {
+    if (const char *value = g_getenv(name)) {
+      kept.push_back(std::string(name) + "=" + value);
+    }
+  }
+  return kept;
+}
+
+// The argv-style array of `strings`, pointing into them.
+std::vector<char *> pointersTo(std::vector<std::string> &strings) {
+  std::vector<char *> pointers;
+  for (std::string &text : strings) {
+    pointers.push_back(text.data());
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
 
 bool startsWith(const std::string &text, const char *prefix) {
   return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
@@ -93,15 +122,13 @@ RegionCounts runUnderCallgrind(const std::vector<std::string> &argv) {
                                       "--trace-children=no",
                                       "--callgrind-out-file=" + dumps.path() + "/" + kDumpPrefix};
   command.insert(command.end(), argv.begin(), argv.end());
-  std::vector<char *> args;
-  for (std::string &arg : command) {
-    args.push_back(arg.data());
-  }
-  args.push_back(nullptr);
+  std::vector<char *> args = pointersTo(command);
+  std::vector<std::string> environment = fixedEnvironment();
+  std::vector<char *> envp = pointersTo(environment);
   int status = 0;
   GError *error = nullptr;
-  if (!g_spawn_sync(nullptr, args.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr,
-                    nullptr, &status, &error)) {
+  if (!g_spawn_sync(nullptr, args.data(), envp.data(), G_SPAWN_SEARCH_PATH, nullptr, nullptr,
+                    nullptr, nullptr, &status, &error)) {
     const std::string message = error->message;
     g_error_free(error);
     throw std::runtime_error("cannot run valgrind: " + message);

@@ -13,7 +13,8 @@ using RegionCounts = std::map<std::string, long long>;
 
 // Runs `argv` under `valgrind --tool=callgrind` with its dumps in a private temporary directory
 // (removed again) and returns the counts; throws std::runtime_error when valgrind cannot be run or
-// the program fails. The program's children are not traced.
+// the program fails. The program runs in a fixed environment (PATH, HOME, TMPDIR, LD_LIBRARY_PATH
+// and DLOG_LEVEL as set here, nothing else); its children are not traced.
 RegionCounts runUnderCallgrind(const std::vector<std::string> &argv);
 
 }  // namespace bench
