@@ -62,7 +62,7 @@ void skipSent(msghdr &message, size_t sent) {
 Port::Port(UniqueFd fd, int timeoutMs) : fd_(std::move(fd)), timeoutMs_(timeoutMs) {}
 
 void Port::queueSends(size_t limit, std::function<void()> wake) {
-  std::lock_guard<std::mutex> lock(sendMutex_);
+  std::lock_guard<FutexLock> lock(sendMutex_);
   queueLimit_ = limit;
   wake_ = std::move(wake);
 }
@@ -73,7 +73,7 @@ void Port::drainWhileBlocked(Port *side, std::function<void()> pulled) {
 }
 
 int Port::send(const uint8_t *body, size_t size) {
-  std::lock_guard<std::mutex> lock(sendMutex_);
+  std::lock_guard<FutexLock> lock(sendMutex_);
   if (fd_.get() < 0 || broken_ || size > kMaxFrameBody) {
     return RPC_PORT_ERROR_IO_ERROR;
   }
@@ -104,7 +104,9 @@ int Port::sendBlocking(const uint8_t *body, size_t size) {
       return RPC_PORT_ERROR_IO_ERROR;
     }
     left -= static_cast<size_t>(sent);
-    skipSent(message, static_cast<size_t>(sent));
+    if (left > 0) {
+      skipSent(message, static_cast<size_t>(sent));
+    }
   }
   return RPC_PORT_ERROR_NONE;
 }
@@ -155,7 +157,7 @@ int Port::sendQueued(const uint8_t *body, size_t size) {
 }
 
 FlushResult Port::flush() {
-  std::lock_guard<std::mutex> lock(sendMutex_);
+  std::lock_guard<FutexLock> lock(sendMutex_);
   if (fd_.get() < 0 || broken_) {
     queue_.clear();
     queuedBytes_ = 0;
@@ -185,7 +187,7 @@ FlushResult Port::flush() {
 }
 
 size_t Port::queuedBytes() {
-  std::lock_guard<std::mutex> lock(sendMutex_);
+  std::lock_guard<FutexLock> lock(sendMutex_);
   return queuedBytes_;
 }
 
@@ -238,7 +240,7 @@ bool Port::pullSide() {
 }
 
 int Port::receive(Parcel &out) {
-  std::lock_guard<std::mutex> lock(readMutex_);
+  std::lock_guard<FutexLock> lock(readMutex_);
   std::optional<Clock::time_point> deadline;
   for (;;) {
     size_t bodySize = 0;
@@ -266,7 +268,7 @@ int Port::receive(Parcel &out) {
 }
 
 bool Port::fillAvailable(bool bounded) {
-  std::lock_guard<std::mutex> lock(readMutex_);
+  std::lock_guard<FutexLock> lock(readMutex_);
   while (!ended_ && fd_.get() >= 0) {
     size_t bodySize = 0;
     const FrameState state = peekFrame(&bodySize);
@@ -286,13 +288,13 @@ bool Port::fillAvailable(bool bounded) {
 }
 
 FrameState Port::bufferedFrame() {
-  std::lock_guard<std::mutex> lock(readMutex_);
+  std::lock_guard<FutexLock> lock(readMutex_);
   size_t bodySize = 0;
   return peekFrame(&bodySize);
 }
 
 void Port::dropFrame() {
-  std::lock_guard<std::mutex> lock(readMutex_);
+  std::lock_guard<FutexLock> lock(readMutex_);
   size_t bodySize = 0;
   if (peekFrame(&bodySize) == FrameState::kComplete) {
     buffer_.consume(kFrameHeader + bodySize);
@@ -311,8 +313,8 @@ void Port::breakConnection() {
 }
 
 void Port::close() {
-  std::lock_guard<std::mutex> sendLock(sendMutex_);
-  std::lock_guard<std::mutex> readLock(readMutex_);
+  std::lock_guard<FutexLock> sendLock(sendMutex_);
+  std::lock_guard<FutexLock> readLock(readMutex_);
   fd_.reset();
   buffer_ = ByteBuffer();
   ended_ = true;

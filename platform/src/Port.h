@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "ByteBuffer.h"
+#include "FutexLock.h"
 #include "Parcel.h"
 #include "UniqueFd.h"
 
@@ -95,7 +96,7 @@ class Port {
   bool pullSide();
   void consumeQueue(size_t bytes);
 
-  std::mutex sendMutex_;
+  FutexLock sendMutex_;
   std::deque<std::vector<uint8_t>> queue_;
   size_t queueHeadSent_ = 0;
   size_t queuedBytes_ = 0;
@@ -104,7 +105,7 @@ class Port {
   Port *side_ = nullptr;
   std::function<void()> pulled_;
   std::atomic<bool> broken_{false};
-  std::mutex readMutex_;
+  FutexLock readMutex_;
   UniqueFd fd_;
   ByteBuffer buffer_;
   std::atomic<uint64_t> framesTaken_{0};
