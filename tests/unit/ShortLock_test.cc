@@ -1,0 +1,28 @@
+// The library's guard of its shared containers.
+#include "ShortLock.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+
+#include "LockContention.h"
+
+namespace {
+
+using Oxa::Capi::ShortLock;
+
+TEST(ShortLockTest, FourThreadsLoseNoUpdate) {
+  ShortLock lock;
+  EXPECT_EQ(oxa::test::countUnderLock(lock, 4, 100000), 400000);
+}
+
+TEST(ShortLockTest, IsTakenUntilReleased) {
+  ShortLock lock;
+  lock.lock();
+  EXPECT_FALSE(lock.try_lock());
+  lock.unlock();
+  EXPECT_TRUE(lock.try_lock());
+  lock.unlock();
+}
+
+}  // namespace
