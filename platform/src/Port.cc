@@ -277,7 +277,9 @@ bool Port::fillAvailable(bool bounded) {
       break;
     }
     const ssize_t got = readChunk();
-    if (got == -EAGAIN) {
+    // A read that left room in the buffer found the socket empty: reading on would only get
+    // -EAGAIN, one system call per wake-up for nothing.
+    if (got == -EAGAIN || (got > 0 && buffer_.tailRoom() > 0)) {
       break;
     }
     if (got <= 0) {
