@@ -205,11 +205,11 @@ void Port::consumeQueue(size_t bytes) {
   }
 }
 
-bool Port::waitFor(short events, Clock::time_point deadline) {
+bool Port::waitFor(short events, Clock::time_point deadline, int waitMs) {
   bool sideOpen = side_ != nullptr;
-  for (;;) {
+  for (;; waitMs = remainingMs(deadline)) {
     pollfd entries[2] = {{fd_.get(), events, 0}, {sideOpen ? side_->fd() : -1, POLLIN, 0}};
-    const int ready = ::poll(entries, sideOpen ? 2 : 1, remainingMs(deadline));
+    const int ready = ::poll(entries, sideOpen ? 2 : 1, waitMs);
     if (ready > 0 && entries[1].revents != 0) {
       sideOpen = pullSide();
     }
@@ -227,9 +227,11 @@ bool Port::waitFor(short events, Clock::time_point deadline) {
 
 bool Port::waitFor(short events, std::optional<Clock::time_point> &deadline) {
   if (!deadline) {
+    // The whole timeout is left: the first wait needs no second look at the clock.
     deadline = Clock::now() + std::chrono::milliseconds(timeoutMs_);
+    return waitFor(events, *deadline, timeoutMs_);
   }
-  return waitFor(events, *deadline);
+  return waitFor(events, *deadline, remainingMs(*deadline));
 }
 
 // False once the side port has nothing more to give (ended or broken).

@@ -88,8 +88,9 @@ class Port {
   ssize_t readChunk();
   int sendBlocking(const uint8_t *body, size_t size);
   int sendQueued(const uint8_t *body, size_t size);
-  // Waits until the socket is ready for `events` or `deadline` passes, draining the side port.
-  bool waitFor(short events, std::chrono::steady_clock::time_point deadline);
+  // Waits until the socket is ready for `events` or `deadline` passes, draining the side port;
+  // `waitMs` is the time left until `deadline` when called.
+  bool waitFor(short events, std::chrono::steady_clock::time_point deadline, int waitMs);
   // The same, with the port's timeout counted from the first wait of a send or read: `deadline`
   // is set then, so that one that never waits reads no clock.
   bool waitFor(short events, std::optional<std::chrono::steady_clock::time_point> &deadline);
