@@ -66,24 +66,33 @@ bool isFiltered(int index, int thresholdRank) {
   return kRanks[index] == kSilentRank || kRanks[index] < thresholdRank;
 }
 
-}  // namespace
-
-extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, va_list ap) {
+// The result of a call whose line is not written: -EINVAL without a format, 0 for a line that the
+// level drops; 1 when the line is to be written.
+int checkLine(int index, const char *fmt) {
   if (fmt == nullptr) {
     return -EINVAL;
   }
-  const int index = priorityIndex(prio);
-  if (isFiltered(index, platform::currentThresholdRank())) {
-    return 0;
-  }
-  const char *file = platform::currentDlogFile();
-  return writeLine(index, file, tag, fmt, ap);
+  return isFiltered(index, platform::currentThresholdRank()) ? 0 : 1;
 }
 
+}  // namespace
+
+extern "C" int dlog_vprint(log_priority prio, const char *tag, const char *fmt, va_list ap) {
+  const int index = priorityIndex(prio);
+  const int check = checkLine(index, fmt);
+  return check == 1 ? writeLine(index, platform::currentDlogFile(), tag, fmt, ap) : check;
+}
+
+// Checked before the argument list is started: most lines are dropped.
 extern "C" int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) {
+  const int index = priorityIndex(prio);
+  const int check = checkLine(index, fmt);
+  if (check != 1) {
+    return check;
+  }
   va_list ap;
   va_start(ap, fmt);
-  const int result = dlog_vprint(prio, tag, fmt, ap);
+  const int result = writeLine(index, platform::currentDlogFile(), tag, fmt, ap);
   va_end(ap);
   return result;
 }
