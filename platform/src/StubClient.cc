@@ -79,6 +79,10 @@ void StubClient::watchMain(bool forRequests) {
   const auto condition =
       static_cast<GIOCondition>(forRequests ? G_IO_IN | G_IO_HUP | G_IO_ERR : G_IO_HUP | G_IO_ERR);
   mainWatch_.watchFd(stub_.context(), main_->fd(), condition, onMainReadable, this);
+  // Dispatched once per request: the agent answering it should cost one loop iteration, not two.
+  // Should a received callback run a nested loop, the frames it dispatches there are still taken
+  // in order, and the outer dispatch skips those.
+  mainWatch_.allowRecursion();
 }
 
 void StubClient::pauseReadingIfBacklogged() {
