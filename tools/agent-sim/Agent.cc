@@ -178,10 +178,10 @@ Reply Agent::sendCommand(Client &client, const Request &request) {
 
 Reply Agent::startDiscovery(Client &client, const Request &request) {
   client.discovery[request.handlerId] = true;
-  for (const SimDevice *device : world_.presentDevices(client.address)) {
-    Event event;
-    event.device = device->record;
-    notify(client, EventKind::DeviceFound, request.handlerId, event);
+  if (client.delegates.count({EventKind::DeviceFound, request.handlerId}) != 0) {
+    for (const SimDevice *device : world_.presentDevices(client.address)) {
+      notifyDevice(client, EventKind::DeviceFound, request.handlerId, device->record);
+    }
   }
   if (discoveryStarted_) {
     discoveryStarted_();

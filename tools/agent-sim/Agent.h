@@ -78,6 +78,9 @@ class Agent {
 
   // Event fan-out (AgentEvents.cc).
   void notify(const Client &client, EventKind kind, int handlerId, const Event &event);
+  // notify() with an event that carries `device`.
+  void notifyDevice(const Client &client, EventKind kind, int handlerId,
+                    const DeviceRecord &device);
   void reply(const std::string &instance, EventKind kind, const Delegate &delegate, Event event);
   void announce(const SimDevice &device, EventKind kind);
   void contextChanged(const SimDevice &device, int serviceType);

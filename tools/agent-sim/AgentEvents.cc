@@ -30,6 +30,18 @@ void Agent::notify(const Client &client, EventKind kind, int handlerId, const Ev
   }
 }
 
+// The record is copied into an event only for a client that has a delegate for it: most
+// discoveries and world changes reach clients that never subscribed.
+void Agent::notifyDevice(const Client &client, EventKind kind, int handlerId,
+                         const DeviceRecord &device) {
+  if (client.delegates.count({kind, handlerId}) == 0) {
+    return;
+  }
+  Event event;
+  event.device = device;
+  notify(client, kind, handlerId, event);
+}
+
 void Agent::reply(const std::string &instance, EventKind kind, const Delegate &delegate,
                   Event event) {
   event.kind = kind;
@@ -49,9 +61,7 @@ void Agent::announce(const SimDevice &device, EventKind kind) {
     }
     for (const auto &[handlerId, active] : client->discovery) {
       if (active) {
-        Event event;
-        event.device = device.record;
-        notify(*client, kind, handlerId, event);
+        notifyDevice(*client, kind, handlerId, device.record);
       }
     }
   }
@@ -60,9 +70,7 @@ void Agent::announce(const SimDevice &device, EventKind kind) {
 void Agent::contextChanged(const SimDevice &device, int serviceType) {
   for (const Client *client : clients_.all()) {
     if (client->instance != device.owner) {
-      Event event;
-      event.device = device.record;
-      notify(*client, EventKind::ContextChanged, serviceType, event);
+      notifyDevice(*client, EventKind::ContextChanged, serviceType, device.record);
     }
   }
 }
