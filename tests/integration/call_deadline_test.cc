@@ -37,7 +37,10 @@ class StreamingAgent {
       : stub(
             kPortName,
             [this](rpc_port_parcel_h request, rpc_port_h port) { return answer(request, port); },
-            [this](rpc_port_stub_h /*handle*/, GMainContext *loop) { context = loop; },
+            [this](rpc_port_stub_h handle, GMainContext *loop) {
+              context = loop;
+              rpc_port_stub_add_disconnected_event_cb(handle, OnDisconnected, this);
+            },
             [this] { stopStream(); }) {}
 
   int streamed() const { return sentParcels.load(); }
@@ -70,6 +73,12 @@ class StreamingAgent {
       g_source_unref(streamSource);
       streamSource = nullptr;
     }
+  }
+
+  // The port goes with its connection: a tick after that would write through a freed port, or
+  // into whichever connection's port took its place.
+  static void OnDisconnected(const char * /*sender*/, const char * /*instance*/, void *data) {
+    static_cast<StreamingAgent *>(data)->stopStream();
   }
 
   static gboolean OnStreamTick(void *data) {
