@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <optional>
 
@@ -72,6 +73,43 @@ void Port::drainWhileBlocked(Port *side, std::function<void()> pulled) {
   pulled_ = std::move(pulled);
 }
 
+void Port::cork(bool corked) {
+  std::lock_guard<FutexLock> lock(sendMutex_);
+  corked_ = corked;
+  if (!corked && !held_.empty()) {
+    sendHeld();
+  }
+}
+
+// The held frames in one write when nothing is queued before them; what is left joins the queue.
+void Port::sendHeld() {
+  size_t sent = 0;
+  if (queue_.empty() && fd_.get() >= 0 && !broken_) {
+    iovec part = {held_.data(), held_.size()};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    const ssize_t written = sendSome(fd_.get(), message);
+    if (written < 0 && written != -EAGAIN) {
+      breakConnection();
+    }
+    sent = written > 0 ? static_cast<size_t>(written) : 0;
+  }
+  queuedBytes_ -= sent;
+  if (sent < held_.size()) {
+    queue_.emplace_back(held_.begin() + static_cast<std::ptrdiff_t>(sent), held_.end());
+  }
+  // Cleared, not released: the next burst reuses the room.
+  held_.clear();
+}
+
+int Port::refuseOverflow() {
+  // The peer does not keep up: holding more would only grow this process.
+  breakConnection();
+  wake_();
+  return RPC_PORT_ERROR_IO_ERROR;
+}
+
 int Port::send(const uint8_t *body, size_t size) {
   std::lock_guard<FutexLock> lock(sendMutex_);
   if (fd_.get() < 0 || broken_ || size > kMaxFrameBody) {
@@ -111,11 +149,22 @@ int Port::sendBlocking(const uint8_t *body, size_t size) {
   return RPC_PORT_ERROR_NONE;
 }
 
-// Writes at once only when nothing is queued, so frames keep their order.
+// Writes at once only when nothing is queued, so frames keep their order; a corked port holds the
+// frame instead.
 int Port::sendQueued(const uint8_t *body, size_t size) {
   const auto length = static_cast<uint32_t>(size);
   uint8_t header[kFrameHeader];
   std::memcpy(header, &length, sizeof header);
+  const size_t total = kFrameHeader + size;
+  if (corked_) {
+    if (queuedBytes_ + total > queueLimit_) {
+      return refuseOverflow();
+    }
+    held_.insert(held_.end(), header, header + kFrameHeader);
+    held_.insert(held_.end(), body, body + size);
+    queuedBytes_ += total;
+    return RPC_PORT_ERROR_NONE;
+  }
   size_t sent = 0;
   if (queue_.empty()) {
     iovec parts[2] = {{header, sizeof header}, {const_cast<uint8_t *>(body), size}};
@@ -129,15 +178,11 @@ int Port::sendQueued(const uint8_t *body, size_t size) {
     }
     sent = written > 0 ? static_cast<size_t>(written) : 0;
   }
-  const size_t total = kFrameHeader + size;
   if (sent == total) {
     return RPC_PORT_ERROR_NONE;
   }
   if (queuedBytes_ + total - sent > queueLimit_) {
-    // The peer does not keep up: holding more would only grow this process.
-    breakConnection();
-    wake_();
-    return RPC_PORT_ERROR_IO_ERROR;
+    return refuseOverflow();
   }
   std::vector<uint8_t> rest;
   rest.reserve(total - sent);
@@ -323,6 +368,7 @@ void Port::close() {
   buffer_ = ByteBuffer();
   ended_ = true;
   queue_.clear();
+  held_.clear();
   queuedBytes_ = 0;
 }
 

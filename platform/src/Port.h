@@ -52,6 +52,10 @@ class Port {
   // peer writing to it is never stuck behind this wait); `pulled` is called after each pull.
   void drainWhileBlocked(Port *side, std::function<void()> pulled);
 
+  // With queued sends: while corked, frames are held back, and uncorking writes them all at
+  // once (queueing what the socket does not take), so that the frames of one burst leave in one
+  // write instead of one each.
+  void cork(bool corked);
   // Sends `body` as one frame; RPC_PORT_ERROR_NONE or RPC_PORT_ERROR_IO_ERROR.
   int send(const uint8_t *body, size_t size);
   // Writes queued frames until the queue is empty (kDone) or the socket is full (kPending);
@@ -88,6 +92,9 @@ class Port {
   ssize_t readChunk();
   int sendBlocking(const uint8_t *body, size_t size);
   int sendQueued(const uint8_t *body, size_t size);
+  void sendHeld();
+  // Breaks the connection of a queue that would pass its limit; RPC_PORT_ERROR_IO_ERROR.
+  int refuseOverflow();
   // Waits until the socket is ready for `events` or `deadline` passes, draining the side port;
   // `waitMs` is the time left until `deadline` when called.
   bool waitFor(short events, std::chrono::steady_clock::time_point deadline, int waitMs);
@@ -102,6 +109,9 @@ class Port {
   size_t queueHeadSent_ = 0;
   size_t queuedBytes_ = 0;
   size_t queueLimit_ = 0;
+  bool corked_ = false;
+  // Frames sent while corked, back to back, headers included.
+  std::vector<uint8_t> held_;
   std::function<void()> wake_;
   Port *side_ = nullptr;
   std::function<void()> pulled_;

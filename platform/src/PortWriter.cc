@@ -12,6 +12,18 @@ PortWriter::PortWriter(GMainContext *context, Port &port, size_t queueLimit,
   port_.queueSends(queueLimit, [this] { wakeUp_.wake(); });
 }
 
+void PortWriter::hold() {
+  port_.cork(true);
+}
+
+// Whatever the socket did not take, or a write that broke the connection, is the loop's to handle.
+void PortWriter::release() {
+  port_.cork(false);
+  if (port_.queuedBytes() > 0 || port_.broken()) {
+    flush();
+  }
+}
+
 void PortWriter::stop() {
   wakeUp_.stop();
   writable_.stop();

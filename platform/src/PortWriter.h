@@ -20,6 +20,9 @@ class PortWriter {
   PortWriter &operator=(const PortWriter &) = delete;
   ~PortWriter() = default;
 
+  // Holds back what is sent from now on until release(), which writes it all at once.
+  void hold();
+  void release();
   // Stops writing; queued frames are dropped with the port.
   void stop();
 

@@ -104,7 +104,29 @@ size_t StubClient::unwrittenBytes() {
 }
 
 // One `received` per complete frame; a frame the callback leaves is dropped so the loop moves on.
+// What the callbacks send leaves once they are done, in one write per port: an answer with its
+// events is then two system calls, not one per frame.
 void StubClient::dispatchFrames() {
+  if (state_ != State::kConnected) {
+    return;
+  }
+  mainWriter_->hold();
+  callbackWriter_->hold();
+  dispatchHeldFrames();
+  releaseWriters();
+}
+
+// Answers first, then events, as they were sent; a client ended meanwhile dropped both.
+void StubClient::releaseWriters() {
+  if (state_ == State::kConnected) {
+    mainWriter_->release();
+  }
+  if (state_ == State::kConnected) {
+    callbackWriter_->release();
+  }
+}
+
+void StubClient::dispatchHeldFrames() {
   while (state_ == State::kConnected && main_->bufferedFrame() == FrameState::kComplete) {
     const uint64_t taken = main_->framesTaken();
     const int verdict = stub_.reportReceived(*this);
@@ -112,6 +134,8 @@ void StubClient::dispatchFrames() {
       return;
     }
     if (verdict != 0) {
+      // What the callback sent before it gave up on the client still goes out.
+      releaseWriters();
       end();
       return;
     }

@@ -43,6 +43,8 @@ class StubClient {
   enum class State { kAwaitCallback, kConnected, kClosed };
 
   void dispatchFrames();
+  void dispatchHeldFrames();
+  void releaseWriters();
   // Watches the main port for requests, or only for a hang-up while reading is paused.
   void watchMain(bool forRequests);
   // Pauses reading requests while too much is unwritten, and resumes once it has been written.
