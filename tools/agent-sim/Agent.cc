@@ -179,7 +179,10 @@ Reply Agent::sendCommand(Client &client, const Request &request) {
 Reply Agent::startDiscovery(Client &client, const Request &request) {
   client.discovery[request.handlerId] = true;
   if (client.delegates.count({EventKind::DeviceFound, request.handlerId}) != 0) {
-    for (const SimDevice *device : world_.presentDevices(client.address)) {
+    const std::vector<const SimDevice *> present = world_.presentDevices(client.address);
+    // One found event each, mostly to one delegate: grown once, not once per doubling.
+    outbox_.reserve(outbox_.size() + present.size());
+    for (const SimDevice *device : present) {
       notifyDevice(client, EventKind::DeviceFound, request.handlerId, device->record);
     }
   }
