@@ -2,8 +2,10 @@
 
 #include <valgrind/callgrind.h>
 
+#include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 
 namespace bench {
@@ -13,6 +15,8 @@ namespace {
 constexpr auto kStepTimeout = std::chrono::seconds(10);
 // Bounds the whole run: a stalled agent ends it instead of hanging the check.
 constexpr guint kRunDeadlineSeconds = 60;
+// Long enough for an agent under callgrind to write its results.
+constexpr auto kAgentExitTimeout = std::chrono::seconds(30);
 
 // Builds the scenario: kProbeDevices present devices, without echo, advertised data or contexts.
 std::string scenarioJson() {
@@ -45,14 +49,25 @@ std::string regionName(const std::string &path, int repetitions) {
   return path + "-" + std::to_string(repetitions);
 }
 
-CostProbe::CostProbe(int replyDelayMs) : scenarioPath_(runtimeDir_.path() + "/scenario.json") {
+std::string grouped(double value) {
+  std::string digits = std::to_string(static_cast<long long>(value + 0.5));
+  for (int at = static_cast<int>(digits.size()) - 3; at > 0; at -= 3) {
+    digits.insert(static_cast<size_t>(at), ",");
+  }
+  return digits;
+}
+
+CostProbe::CostProbe(int replyDelayMs, const std::vector<std::string> &agentWrapper)
+    : scenarioPath_(runtimeDir_.path() + "/scenario.json") {
   std::ofstream(scenarioPath_) << scenarioJson();
   std::vector<std::string> args = {"--scenario", scenarioPath_};
   if (replyDelayMs > 0) {
     args.insert(args.end(), {"--delay-ms", std::to_string(replyDelayMs)});
   }
-  agent_ =
-      std::make_unique<oxa::test::ChildProgram>(oxa::test::simCommand(runtimeDir_.path(), args));
+  std::vector<std::string> command = agentWrapper;
+  const std::vector<std::string> agent = oxa::test::simCommand(runtimeDir_.path(), args);
+  command.insert(command.end(), agent.begin(), agent.end());
+  agent_ = std::make_unique<oxa::test::ChildProgram>(command);
   expect(agent_->waitForOutput(oxa::test::kSimReadyLine, kStepTimeout),
          "the agent did not start: " + agent_->output());
   deadline_ = g_timeout_add_seconds(kRunDeadlineSeconds, &CostProbe::onDeadline, this);
@@ -66,14 +81,26 @@ CostProbe::CostProbe(int replyDelayMs) : scenarioPath_(runtimeDir_.path() + "/sc
 }
 
 CostProbe::~CostProbe() {
+  stopLibrary();
+  if (deadline_ != 0) {
+    g_source_remove(deadline_);
+  }
+}
+
+void CostProbe::stopLibrary() {
   plainService_.reset();
   callbackService_.reset();
   if (libraryUp_) {
     oxa_deinitialize();
+    libraryUp_ = false;
   }
-  if (deadline_ != 0) {
-    g_source_remove(deadline_);
-  }
+}
+
+void CostProbe::stopAgent() {
+  stopLibrary();
+  agent_->kill(SIGTERM);
+  const std::optional<int> status = agent_->waitExit(kAgentExitTimeout);
+  expect(status.has_value() && *status == 0, "the agent did not exit cleanly");
 }
 
 void CostProbe::expect(bool holds, const std::string &step) const {

@@ -29,13 +29,17 @@ constexpr int kCommandBurst = 10;
 // Region names: "<path>-<repetitions>".
 std::string regionName(const std::string &path, int repetitions);
 
+// An instruction count rounded and grouped: "12,345".
+std::string grouped(double value);
+
 class CostProbe {
  public:
   // Starts the agent on a scenario of kProbeDevices devices and brings the library up with two
   // services: type 1 (device-found callback, sends commands) and type 3 (no callbacks). With
   // `replyDelayMs` the agent answers every request that much later, so every blocking read
   // really blocks. Throws std::runtime_error when a step fails.
-  explicit CostProbe(int replyDelayMs = 0);
+  // `agentWrapper` (e.g. a valgrind command line) is run with the agent's command line after it.
+  explicit CostProbe(int replyDelayMs = 0, const std::vector<std::string> &agentWrapper = {});
   CostProbe(const CostProbe &) = delete;
   CostProbe &operator=(const CostProbe &) = delete;
   ~CostProbe();
@@ -46,6 +50,10 @@ class CostProbe {
   void discoveryRounds(int repetitions);
   // `repetitions` commands of `payload` bytes, each with its sent event.
   void commands(int repetitions, int payload);
+  // Brings the library down, then stops the agent with SIGTERM so that it exits as it does on
+  // Ctrl-C (a wrapper such as callgrind then writes its results); throws when it does not exit
+  // cleanly.
+  void stopAgent();
 
  private:
   struct ServiceDeleter {
@@ -54,6 +62,7 @@ class CostProbe {
   using Service = std::unique_ptr<std::remove_pointer_t<oxa_service_h>, ServiceDeleter>;
 
   void initialize();
+  void stopLibrary();
   Service createService(oxa_service_type_e type);
   void registerService(oxa_service_h service);
   // Runs the default main context until `counter` reaches `target`; throws at the deadline.

@@ -68,20 +68,11 @@ double perRepetition(const bench::RegionCounts &counts, const std::string &path,
          (lengths.longRun - lengths.shortRun);
 }
 
-// "12,345"
-std::string grouped(double value) {
-  std::string digits = std::to_string(static_cast<long long>(value + 0.5));
-  for (int at = static_cast<int>(digits.size()) - 3; at > 0; at -= 3) {
-    digits.insert(static_cast<size_t>(at), ",");
-  }
-  return digits;
-}
-
 // Prints one row; true when it is within its budget.
 bool row(const char *path, double instructions, long long budget) {
   const bool within = instructions <= static_cast<double>(budget);
-  std::printf("| %s | %s | <= %s |%s\n", path, grouped(instructions).c_str(),
-              grouped(static_cast<double>(budget)).c_str(), within ? "" : " OVER BUDGET");
+  std::printf("| %s | %s | <= %s |%s\n", path, bench::grouped(instructions).c_str(),
+              bench::grouped(static_cast<double>(budget)).c_str(), within ? "" : " OVER BUDGET");
   return within;
 }
 
