@@ -10,7 +10,7 @@ namespace Oxa::Capi {
 // an application callback, so a holder always lets go within a few hundred instructions. Taking
 // it is one atomic exchange and releasing it one store, where a std::mutex costs some fifty
 // instructions per round trip on every request and event. A waiter spins briefly, then yields
-// its core, so that on a single-core device the holder gets to run. Meets Lockable, for
+// its core, so that on a single-core device the holder gets to run. Meets BasicLockable, for
 // std::lock_guard.
 class ShortLock {
  public:
@@ -19,8 +19,6 @@ class ShortLock {
       waitUntilFree();
     }
   }
-
-  bool try_lock() noexcept { return !locked.exchange(true, std::memory_order_acquire); }
 
   void unlock() noexcept { locked.store(false, std::memory_order_release); }
 

@@ -1,6 +1,6 @@
 // A mutex in one atomic word. Taking and releasing a free lock is one atomic instruction each,
 // where a std::mutex round trip costs some fifty instructions on every send and read of a port; a
-// waiter sleeps in the kernel, so the lock may be held across a blocking wait. Meets Lockable,
+// waiter sleeps in the kernel, so the lock may be held across a blocking wait. Meets BasicLockable,
 // for std::lock_guard.
 #pragma once
 

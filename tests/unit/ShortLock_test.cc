@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
-
 #include "LockContention.h"
 
 namespace {
@@ -14,15 +12,6 @@ using Oxa::Capi::ShortLock;
 TEST(ShortLockTest, FourThreadsLoseNoUpdate) {
   ShortLock lock;
   EXPECT_EQ(oxa::test::countUnderLock(lock, 4, 100000), 400000);
-}
-
-TEST(ShortLockTest, IsTakenUntilReleased) {
-  ShortLock lock;
-  lock.lock();
-  EXPECT_FALSE(lock.try_lock());
-  lock.unlock();
-  EXPECT_TRUE(lock.try_lock());
-  lock.unlock();
 }
 
 }  // namespace

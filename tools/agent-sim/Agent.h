@@ -81,6 +81,8 @@ class Agent {
   // notify() with an event that carries `device`.
   void notifyDevice(const Client &client, EventKind kind, int handlerId,
                     const DeviceRecord &device);
+  void replyToEach(const std::string &instance, EventKind kind,
+                   const std::vector<Delegate> &delegates, const Event &event);
   void reply(const std::string &instance, EventKind kind, const Delegate &delegate, Event event);
   void announce(const SimDevice &device, EventKind kind);
   void contextChanged(const SimDevice &device, int serviceType);

@@ -24,9 +24,7 @@ Bytes messagePayload(const Bytes &data) {
 void Agent::notify(const Client &client, EventKind kind, int handlerId, const Event &event) {
   const auto delegates = client.delegates.find({kind, handlerId});
   if (delegates != client.delegates.end()) {
-    for (const Delegate &delegate : delegates->second) {
-      reply(client.instance, kind, delegate, event);
-    }
+    replyToEach(client.instance, kind, delegates->second, event);
   }
 }
 
@@ -34,12 +32,20 @@ void Agent::notify(const Client &client, EventKind kind, int handlerId, const Ev
 // discoveries and world changes reach clients that never subscribed.
 void Agent::notifyDevice(const Client &client, EventKind kind, int handlerId,
                          const DeviceRecord &device) {
-  if (client.delegates.count({kind, handlerId}) == 0) {
+  const auto delegates = client.delegates.find({kind, handlerId});
+  if (delegates == client.delegates.end()) {
     return;
   }
   Event event;
   event.device = device;
-  notify(client, kind, handlerId, event);
+  replyToEach(client.instance, kind, delegates->second, event);
+}
+
+void Agent::replyToEach(const std::string &instance, EventKind kind,
+                        const std::vector<Delegate> &delegates, const Event &event) {
+  for (const Delegate &delegate : delegates) {
+    reply(instance, kind, delegate, event);
+  }
 }
 
 void Agent::reply(const std::string &instance, EventKind kind, const Delegate &delegate,
