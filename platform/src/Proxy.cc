@@ -94,6 +94,24 @@ Port *Proxy::port(rpc_port_port_type_e type) const {
   return type == RPC_PORT_PORT_MAIN ? main_.get() : callback_.get();
 }
 
+void Proxy::closeFromAnyThread() {
+  // Holding the context keeps its loop from dispatching while the sources and ports go.
+  if (g_main_context_acquire(context_)) {
+    close();
+    g_main_context_release(context_);
+    return;
+  }
+  closing_.store(true, std::memory_order_release);
+  g_main_context_invoke_full(
+      context_, G_PRIORITY_DEFAULT, onClose, new std::shared_ptr<Proxy>(shared_from_this()),
+      [](void *hold) { delete static_cast<std::shared_ptr<Proxy> *>(hold); });
+}
+
+gboolean Proxy::onClose(void *data) {
+  (*static_cast<std::shared_ptr<Proxy> *>(data))->close();
+  return G_SOURCE_REMOVE;
+}
+
 void Proxy::close() {
   state_ = State::kClosed;
   mainWatch_.stop();
@@ -181,7 +199,7 @@ void Proxy::becomeConnected() {
                            static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
                            onCallbackReadable, this);
   }
-  if (connected.function != nullptr) {
+  if (connected.function != nullptr && !closing_.load(std::memory_order_acquire)) {
     connected.function(appId_.c_str(), portName_.c_str(), main_.get(), connected.userData);
   }
 }
@@ -193,7 +211,7 @@ void Proxy::reject(int error) {
   main_.reset();
   callback_.reset();
   set_last_result(error);
-  if (rejected.function != nullptr) {
+  if (rejected.function != nullptr && !closing_.load(std::memory_order_acquire)) {
     rejected.function(appId_.c_str(), portName_.c_str(), rejected.userData);
   }
 }
@@ -203,14 +221,15 @@ void Proxy::disconnect() {
     return;
   }
   close();
-  if (disconnected.function != nullptr) {
+  if (disconnected.function != nullptr && !closing_.load(std::memory_order_acquire)) {
     disconnected.function(appId_.c_str(), portName_.c_str(), disconnected.userData);
   }
 }
 
 // One `received` per complete frame; a frame the callback leaves is dropped so the loop moves on.
 void Proxy::dispatchCallbackFrames() {
-  while (state_ == State::kConnected && callback_->bufferedFrame() == FrameState::kComplete) {
+  while (state_ == State::kConnected && !closing_.load(std::memory_order_acquire) &&
+         callback_->bufferedFrame() == FrameState::kComplete) {
     const uint64_t taken = callback_->framesTaken();
     if (received.function != nullptr) {
       received.function(appId_.c_str(), portName_.c_str(), received.userData);

@@ -21,6 +21,7 @@
 // goes first. Ports stay valid until the proxy is destroyed.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -48,7 +49,11 @@ class Proxy : public std::enable_shared_from_this<Proxy> {
   // The port of `type`, or nullptr before the connection is made.
   Port *port(rpc_port_port_type_e type) const;
   // Ends the connection and every pending event without calling back.
+  // Only on the loop's thread, or while no thread runs the loop.
   void close();
+  // close() from any thread. While another thread is running the loop, it happens there on the
+  // loop's next iteration, and until then no callback starts; one already running may finish.
+  void closeFromAnyThread();
 
  private:
   enum class State { kIdle, kAwaitMainAck, kAwaitCallbackAck, kConnected, kClosed };
@@ -69,6 +74,7 @@ class Proxy : public std::enable_shared_from_this<Proxy> {
   static gboolean onDeferredReject(void *data);
   static gboolean onHandshakeTimeout(void *data);
   static gboolean onDrain(void *data);
+  static gboolean onClose(void *data);
 
   GMainContext *context_;
   State state_ = State::kIdle;
@@ -83,6 +89,8 @@ class Proxy : public std::enable_shared_from_this<Proxy> {
   LoopSource drained_;
   LoopSource handshakeTimer_;
   int pendingError_ = 0;
+  // Set by closeFromAnyThread() while another thread runs the loop: no callback may start.
+  std::atomic<bool> closing_{false};
 };
 
 }  // namespace platform

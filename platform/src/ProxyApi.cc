@@ -25,7 +25,7 @@ extern "C" int rpc_port_proxy_destroy(rpc_port_proxy_h h) {
     return RPC_PORT_ERROR_INVALID_PARAMETER;
   }
   // An event being delivered holds its own reference; the proxy goes when that returns.
-  h->proxy->close();
+  h->proxy->closeFromAnyThread();
   delete h;
   return RPC_PORT_ERROR_NONE;
 }
