@@ -94,23 +94,18 @@ std::chrono::milliseconds callTimeout() {
   return timeout;
 }
 
-struct FreeDeleter {
-  void operator()(char *text) const { std::free(text); }
-};
-
 int readInt32(rpc_port_parcel_h parcel) {
   int value = 0;
   rpc_port_parcel_read_int32(parcel, &value);
   return value;
 }
 
-// The agent never sends a null string; if it did, building the std::string throws
-// std::logic_error, which is how such a parcel is rejected.
-std::string readString(rpc_port_parcel_h parcel) {
+// The agent never sends a null string; if it did, taking it throws std::logic_error, which is
+// how such a parcel is rejected. The text is kept, not copied.
+Oxa::Capi::Text readString(rpc_port_parcel_h parcel) {
   char *raw = nullptr;
   rpc_port_parcel_read_string(parcel, &raw);
-  const std::unique_ptr<char, FreeDeleter> owned(raw);
-  return {owned.get()};
+  return Oxa::Capi::Text::adopt(raw);
 }
 
 rpc_port_parcel_h writeBytes(rpc_port_parcel_h parcel, const std::vector<unsigned char> &bytes) {
@@ -697,7 +692,7 @@ int OxaAgentInterface::GetMyDevice(int handlerId, const std::string &address,
   return readInt32(reply.get());
 }
 
-int OxaAgentInterface::GetAdvRawData(const std::string &address, std::vector<unsigned char> &data) {
+int OxaAgentInterface::GetAdvRawData(const Oxa::Capi::Text &address, std::vector<unsigned char> &data) {
   Parcel request = BeginRequest(__func__, kGetAdvRawData);
   rpc_port_parcel_write_string(request.get(), address.c_str());
   const Parcel reply = Call(__func__, request);
@@ -705,7 +700,7 @@ int OxaAgentInterface::GetAdvRawData(const std::string &address, std::vector<uns
   return readInt32(reply.get());
 }
 
-int OxaAgentInterface::GetContext(const std::string &address, int handlerId, int contextType,
+int OxaAgentInterface::GetContext(const Oxa::Capi::Text &address, int handlerId, int contextType,
                                   std::vector<unsigned char> &data) {
   Parcel request = BeginRequest(__func__, kGetContext);
   rpc_port_parcel_write_string(request.get(), address.c_str());

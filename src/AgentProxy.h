@@ -12,19 +12,20 @@
 
 #include "DelegateIndex.h"
 #include "ShortLock.h"
+#include "Text.h"
 
 namespace rpc_port::AgentProxy {
 
 // One device as the agent reports it; fields in wire order.
 struct DeviceRecord {
-  std::string address;
+  Oxa::Capi::Text address;
   int type = 0;
-  std::string name;
+  Oxa::Capi::Text name;
 };
 
 // One command on the wire; fields in wire order (id before type).
 struct CommandRecord {
-  std::string address;
+  Oxa::Capi::Text address;
   int handlerId = 0;
   int id = 0;
   int type = 0;
@@ -202,8 +203,8 @@ class OxaAgentInterface : public std::enable_shared_from_this<OxaAgentInterface>
   int StopDiscovery(int handlerId);
   int GetFoundDeviceList(int handlerId, std::vector<DeviceRecord> &devices);
   int GetMyDevice(int handlerId, const std::string &address, DeviceRecord &device);
-  int GetAdvRawData(const std::string &address, std::vector<unsigned char> &data);
-  int GetContext(const std::string &address, int handlerId, int contextType,
+  int GetAdvRawData(const Oxa::Capi::Text &address, std::vector<unsigned char> &data);
+  int GetContext(const Oxa::Capi::Text &address, int handlerId, int contextType,
                  std::vector<unsigned char> &data);
   int UpdateContext(int handlerId, int contextType, const std::vector<unsigned char> &data);
   int SetAppId(int appId);

@@ -184,7 +184,7 @@ OnSimpleMessageReceivedCallback::OnSimpleMessageReceivedCallback(
     : OnCommandReceivedEvent(kCommandReceivedDelegate, false), callback(std::move(callback)) {}
 
 void OnSimpleMessageReceivedCallback::OnReceived(const CommandRecord &command) {
-  const std::string address = command.address;
+  const Text &address = command.address;
   if (address.size() != kAddressLength) {
     OXA_LOGE("Invalid MAC address length[%d]", static_cast<int>(address.size()));
     return;

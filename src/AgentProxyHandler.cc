@@ -273,7 +273,7 @@ int AgentProxyHandler::SendCommand(int handlerId, Command *command, CommandSentC
   });
 }
 
-int AgentProxyHandler::GetAdvRawData(const std::string &address, std::vector<unsigned char> &data) {
+int AgentProxyHandler::GetAdvRawData(const Text &address, std::vector<unsigned char> &data) {
   if (!isConnected()) {
     return OXA_ERROR_INTERNAL_ERROR;
   }
@@ -303,7 +303,7 @@ int AgentProxyHandler::getMyDevice(int handlerId, const std::string &address,
   return result;
 }
 
-int AgentProxyHandler::GetContext(const std::string &address, int handlerId, int contextType,
+int AgentProxyHandler::GetContext(const Text &address, int handlerId, int contextType,
                                   std::vector<unsigned char> &data) {
   std::optional<int> agentResult;
   const int result = request([&](AgentInterface &agent) {

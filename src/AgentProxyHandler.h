@@ -47,11 +47,11 @@ class AgentProxyHandler : public AgentInterface::IEventListener {
   // `command` stays the caller's and comes back to `callback` with the agent's sent event.
   int SendCommand(int handlerId, Command *command, CommandSentCallback callback);
   // Appends the device's advertised bytes to `data`.
-  int GetAdvRawData(const std::string &address, std::vector<unsigned char> &data);
+  int GetAdvRawData(const Text &address, std::vector<unsigned char> &data);
   // On success `device` holds a new device that the caller owns; untouched otherwise.
   int getMyDevice(int handlerId, const std::string &address, std::unique_ptr<Device> &device);
   // Appends the device's context bytes to `data`.
-  int GetContext(const std::string &address, int handlerId, int contextType,
+  int GetContext(const Text &address, int handlerId, int contextType,
                  std::vector<unsigned char> &data);
   int UpdateContext(int handlerId, int contextType, const std::vector<unsigned char> &data);
   // On success appends the found devices, in the agent's order, to `devices`.

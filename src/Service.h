@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Text.h"
 #include "oxa.h"
 
 namespace Oxa::Capi {
@@ -16,21 +17,19 @@ namespace Oxa::Capi {
 // A peer device known to the agent, or the application's own device.
 class Device {
  public:
-  Device(std::string &&address, int type, std::string &&name)
+  Device(Text address, int type, Text name)
       : address(std::move(address)), type(type), name(std::move(name)) {}
-  Device(const std::string &address, int type, const std::string &name)
-      : address(address), type(type), name(name) {}
-  Device(std::string address, std::string name)
+  Device(Text address, Text name)
       : Device(std::move(address), OXA_DEVICE_TYPE_UNKNOWN, std::move(name)) {}
 
-  const std::string &getAddress() const { return address; }
+  const Text &getAddress() const { return address; }
   int getType() const { return type; }
-  const std::string &getName() const { return name; }
+  const Text &getName() const { return name; }
 
  private:
-  std::string address;
+  Text address;
   int type;
-  std::string name;
+  Text name;
 };
 
 // A typed, numbered command with a byte payload, addressed to (or received from) a device.
@@ -42,7 +41,7 @@ class Command {
   // free an application's command.
   enum class Owner : unsigned char { Anyone, Application, Library };
 
-  Command(std::string address, int type, int id, std::vector<unsigned char> payload,
+  Command(Text address, int type, int id, std::vector<unsigned char> payload,
           Owner owner = Owner::Anyone)
       : address(std::move(address)),
         type(type),
@@ -50,14 +49,14 @@ class Command {
         payload(std::move(payload)),
         owner(owner) {}
 
-  const std::string &getAddress() const { return address; }
+  const Text &getAddress() const { return address; }
   int getType() const { return type; }
   int getId() const { return id; }
   const std::vector<unsigned char> &getPayload() const { return payload; }
   Owner getOwner() const { return owner; }
 
  private:
-  std::string address;
+  Text address;
   int type;
   int id;
   std::vector<unsigned char> payload;

@@ -206,7 +206,7 @@ int handOutBytes(const std::vector<unsigned char> &bytes, unsigned char **value,
 
 // Gives the application a strdup() copy of `text`. Logs on behalf of the exported function that
 // calls it.
-int handOutText(const std::string &text, char **copy, const char *function = __builtin_FUNCTION(),
+int handOutText(const Oxa::Capi::Text &text, char **copy, const char *function = __builtin_FUNCTION(),
                 int line = __builtin_LINE()) {
   char *duplicate = strdup(text.c_str());
   if (duplicate == nullptr) {
@@ -468,7 +468,7 @@ OXA_EXPORT int oxa_device_get_name(oxa_device_h device, char **name) {
 OXA_EXPORT int oxa_device_get_address(oxa_device_h device, char **address) {
   OXA_LOGD("+");
   OXA_REQUIRE(device != nullptr, "No device");
-  const std::string &text = objectOf(device)->getAddress();
+  const Oxa::Capi::Text &text = objectOf(device)->getAddress();
   OXA_REQUIRE(text.size() == kAddressLength, "No address");
   return handOutText(text, address);
 }
@@ -572,7 +572,7 @@ OXA_EXPORT int oxa_command_get_payload(oxa_command_h command, unsigned char **pa
 OXA_EXPORT int oxa_command_get_address(oxa_command_h command, char **address) {
   OXA_LOGD("+");
   OXA_REQUIRE(command != nullptr, "No command");
-  const std::string &text = objectOf(command)->getAddress();
+  const Oxa::Capi::Text &text = objectOf(command)->getAddress();
   if (text.size() != kAddressLength) {
     OXA_LOGE("Invalid MAC address length[%d]", static_cast<int>(text.size()));
     return OXA_ERROR_INTERNAL_ERROR;

@@ -295,10 +295,10 @@ TEST_F(CallbacksTest, PlainValueCallbacksPassTheirValue) {
 TEST_F(CallbacksTest, ObjectCallbacksLendABuiltObject) {
   std::vector<std::string> seen;
   Oxa::Capi::OnDeviceFoundCallback found([&](Oxa::Capi::Device *device) {
-    seen.push_back(device->getName() + ":" + std::to_string(device->getType()));
+    seen.push_back(device->getName().str() + ":" + std::to_string(device->getType()));
   });
   Oxa::Capi::OnCommandReceivedCallback command([&](Command *received) {
-    seen.push_back(received->getAddress() + ":" + std::to_string(received->getType()) + ":" +
+    seen.push_back(received->getAddress().str() + ":" + std::to_string(received->getType()) + ":" +
                    std::to_string(received->getId()));
   });
   found.OnReceived({kAddress, 42, "tv"});

@@ -206,7 +206,7 @@ TEST_F(EventTest, ReceivedCommandIsBuiltTypeFirstAndLentForTheCall) {
   const int seq = registered([&] {
     return handler.RegisterCommandReceivedEvent(3, [&](Command *command) {
       seen.push_back(
-          {command->getAddress(), command->getType(), command->getId(), command->getPayload()});
+          {command->getAddress().str(), command->getType(), command->getId(), command->getPayload()});
     });
   });
   fake::Values event = eventHeader(4, seq);
@@ -232,7 +232,7 @@ TEST_F(EventTest, DeviceEventsNormaliseTheType) {
     const int seq = registered([&, method = method] {
       return (handler.*method)(1, [&](Device *device) {
         types.push_back(device->getType());
-        names.push_back(device->getName() + "@" + device->getAddress());
+        names.push_back(device->getName().str() + "@" + device->getAddress().str());
       });
     });
     for (int type : {0, 6, -1, 5, 1}) {

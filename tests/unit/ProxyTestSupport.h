@@ -192,11 +192,11 @@ inline fake::Values Callback(int delegateId, int seqId, bool once, const fake::V
 }
 
 inline fake::Values DeviceValues(const DeviceRecord &device) {
-  return {fake::String(device.address), fake::Int32(device.type), fake::String(device.name)};
+  return {fake::String(device.address.str()), fake::Int32(device.type), fake::String(device.name.str())};
 }
 
 inline fake::Values CommandValues(const CommandRecord &command) {
-  fake::Values values{fake::String(command.address), fake::Int32(command.handlerId),
+  fake::Values values{fake::String(command.address.str()), fake::Int32(command.handlerId),
                       fake::Int32(command.id), fake::Int32(command.type)};
   fake::AppendBytes(values, command.payload);
   values.push_back(fake::Int32(command.seqId));
