@@ -336,8 +336,10 @@ class OxaAgentInterface::EventScope {
       return;
     }
     if (named->sharedOwnership) {
-      hold = named->weak_from_this().lock();
-      if (!hold) {
+      try {
+        // One atomic increment; weak_from_this().lock() would add a weak reference and drop it.
+        hold = named->shared_from_this();
+      } catch (const std::bad_weak_ptr &) {
         return;  // its last owner is destroying it
       }
     }
@@ -692,7 +694,8 @@ int OxaAgentInterface::GetMyDevice(int handlerId, const std::string &address,
   return readInt32(reply.get());
 }
 
-int OxaAgentInterface::GetAdvRawData(const Oxa::Capi::Text &address, std::vector<unsigned char> &data) {
+int OxaAgentInterface::GetAdvRawData(const Oxa::Capi::Text &address,
+                                     std::vector<unsigned char> &data) {
   Parcel request = BeginRequest(__func__, kGetAdvRawData);
   rpc_port_parcel_write_string(request.get(), address.c_str());
   const Parcel reply = Call(__func__, request);

@@ -206,8 +206,8 @@ int handOutBytes(const std::vector<unsigned char> &bytes, unsigned char **value,
 
 // Gives the application a strdup() copy of `text`. Logs on behalf of the exported function that
 // calls it.
-int handOutText(const Oxa::Capi::Text &text, char **copy, const char *function = __builtin_FUNCTION(),
-                int line = __builtin_LINE()) {
+int handOutText(const Oxa::Capi::Text &text, char **copy,
+                const char *function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
   char *duplicate = strdup(text.c_str());
   if (duplicate == nullptr) {
     writeLog(DLOG_ERROR, __FILE__, function, line, "strdup() failed");

@@ -205,8 +205,8 @@ TEST_F(EventTest, ReceivedCommandIsBuiltTypeFirstAndLentForTheCall) {
   std::vector<Seen> seen;
   const int seq = registered([&] {
     return handler.RegisterCommandReceivedEvent(3, [&](Command *command) {
-      seen.push_back(
-          {command->getAddress().str(), command->getType(), command->getId(), command->getPayload()});
+      seen.push_back({command->getAddress().str(), command->getType(), command->getId(),
+                      command->getPayload()});
     });
   });
   fake::Values event = eventHeader(4, seq);

@@ -192,7 +192,8 @@ inline fake::Values Callback(int delegateId, int seqId, bool once, const fake::V
 }
 
 inline fake::Values DeviceValues(const DeviceRecord &device) {
-  return {fake::String(device.address.str()), fake::Int32(device.type), fake::String(device.name.str())};
+  return {fake::String(device.address.str()), fake::Int32(device.type),
+          fake::String(device.name.str())};
 }
 
 inline fake::Values CommandValues(const CommandRecord &command) {
