@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "NullStringError.h"
 #include "ProxyTestSupport.h"
 
 namespace proxytest {
@@ -332,16 +333,6 @@ TEST_F(AgentProxyDelegatesTest, TheEventClassesThemselvesDecodeAndIgnoreTheEvent
   ExpectEverythingConsumed();
 }
 
-std::string nullStringMessage() {
-  const char *volatile null = nullptr;
-  try {
-    const std::string built(null);
-  } catch (const std::logic_error &error) {
-    return error.what();
-  }
-  return "no exception";
-}
-
 TEST_F(AgentProxyDelegatesTest, NullStringInARecordThrowsTheStandardLogicError) {
   const int seqId = RegisterDeviceFound();
   fake::Values values =
@@ -350,7 +341,7 @@ TEST_F(AgentProxyDelegatesTest, NullStringInARecordThrowsTheStandardLogicError) 
     fake::FireReceived(values);
     ADD_FAILURE() << "no exception";
   } catch (const std::logic_error &error) {
-    EXPECT_STREQ(error.what(), nullStringMessage().c_str());
+    EXPECT_STREQ(error.what(), oxa::test::nullStringError().c_str());
   }
   EXPECT_THAT(observed.events, IsEmpty());
   ExpectEverythingConsumed();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "HandlerTest.h"
+#include "NullStringError.h"
 
 namespace {
 
@@ -43,18 +44,6 @@ fake::LogLine methodLog(log_priority level, const std::string &method, const std
                         const std::string &message) {
   return apiLog(level, kHandlerSource, method,
                 sourceLine(kHandlerSource, "AgentProxyHandler::" + method + "(", needle), message);
-}
-
-// What the standard library says when a string is built from a null pointer, as the proxy does
-// for a null string in a reply.
-std::string nullStringError() {
-  const char *volatile none = nullptr;
-  try {
-    const std::string text(none);
-  } catch (const std::logic_error &e) {
-    return e.what();
-  }
-  return "no error";
 }
 
 class RequestTest : public HandlerTest {};
@@ -391,7 +380,7 @@ TEST_F(RequestTest, StandardExceptionInTheProxyIsAnInternalError) {
   EXPECT_EQ(handler.getMyDevice(1, kAddress, device), OXA_ERROR_INTERNAL_ERROR);
   EXPECT_EQ(device, nullptr);
   EXPECT_THAT(logs(), ElementsAre(methodLog(DLOG_ERROR, "getMyDevice", "request(",
-                                            "Exception: " + nullStringError())));
+                                            "Exception: " + oxa::test::nullStringError())));
 }
 
 }  // namespace

@@ -10,19 +10,11 @@
 #include <string>
 #include <utility>
 
+#include "NullStringError.h"
+
 namespace {
 
 using Oxa::Capi::Text;
-
-std::string nullStringMessage() {
-  const char *volatile none = nullptr;
-  try {
-    const std::string built(none);
-  } catch (const std::logic_error &error) {
-    return error.what();
-  }
-  return "no exception";
-}
 
 char *mallocCopy(const char *text) {
   char *copy = static_cast<char *>(std::malloc(std::strlen(text) + 1));
@@ -50,7 +42,7 @@ TEST(TextTest, AdoptingNullThrowsTheStandardLogicError) {
     Text::adopt(nullptr);
     ADD_FAILURE() << "no exception";
   } catch (const std::logic_error &error) {
-    EXPECT_EQ(error.what(), nullStringMessage());
+    EXPECT_EQ(error.what(), oxa::test::nullStringError());
   }
 }
 
@@ -60,7 +52,7 @@ TEST(TextTest, BuildingFromNullThrowsTheStandardLogicError) {
     const Text text(none);
     ADD_FAILURE() << "no exception";
   } catch (const std::logic_error &error) {
-    EXPECT_EQ(error.what(), nullStringMessage());
+    EXPECT_EQ(error.what(), oxa::test::nullStringError());
   }
 }
 

@@ -28,15 +28,21 @@ bool awaitFlag(const std::atomic<bool> &flag) {
   return true;
 }
 
-class CrossThreadTest : public TransportTest {};
+// A stub and a proxy connected to it on this test's loop.
+class CrossThreadTest : public TransportTest {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(0, stub.listen());
+    instance = connect(stub, proxy);
+    ASSERT_FALSE(instance.empty());
+  }
+
+  TestStub stub;
+  TestProxy proxy;
+  std::string instance;
+};
 
 TEST_F(CrossThreadTest, DestroyOnAnotherThreadDuringAnEventEndsDelivery) {
-  TestStub stub;
-  ASSERT_EQ(0, stub.listen());
-  TestProxy proxy;
-  ASSERT_EQ(0, proxy.connect());
-  ASSERT_TRUE(runUntil([&] { return proxy.connectedCount == 1 && stub.connected.size() == 1; }));
-
   std::atomic<bool> inEvent{false};
   std::atomic<bool> destroyed{false};
   std::atomic<int> deliveries{0};
@@ -52,7 +58,7 @@ TEST_F(CrossThreadTest, DestroyOnAnotherThreadDuringAnEventEndsDelivery) {
     destroyed.store(true, std::memory_order_relaxed);
   });
   for (int value : {1, 2, 3}) {
-    ASSERT_EQ(0, stub.sendEvent(stub.connected.front(), value));
+    ASSERT_EQ(0, stub.sendEvent(instance, value));
   }
   const bool ended = runUntil([&] { return destroyed.load(std::memory_order_relaxed); });
   application.join();
@@ -63,14 +69,7 @@ TEST_F(CrossThreadTest, DestroyOnAnotherThreadDuringAnEventEndsDelivery) {
 }
 
 TEST_F(CrossThreadTest, DestroyOnAnotherThreadWhileNoLoopRunsEndsTheConnection) {
-  TestStub stub;
-  ASSERT_EQ(0, stub.listen());
-  TestProxy proxy;
-  ASSERT_EQ(0, proxy.connect());
-  ASSERT_TRUE(runUntil([&] { return proxy.connectedCount == 1 && stub.connected.size() == 1; }));
-  rpc_port_h callbackPort = nullptr;
-  ASSERT_EQ(0, rpc_port_proxy_get_port(proxy.get(), RPC_PORT_PORT_CALLBACK, &callbackPort));
-  ASSERT_EQ(0, stub.sendEvent(stub.connected.front(), 1));
+  ASSERT_EQ(0, stub.sendEvent(instance, 1));
 
   std::thread([&] { proxy.destroy(); }).join();
   EXPECT_TRUE(runUntil([&] { return stub.disconnected.size() == 1; }));

@@ -59,6 +59,14 @@ TransportTest::~TransportTest() {
   ::unsetenv("RPC_PORT_READ_TIMEOUT_MS");
 }
 
+std::string TransportTest::connect(TestStub &stub, TestProxy &proxy) {
+  const size_t before = stub.connected.size();
+  EXPECT_EQ(0, proxy.connect());
+  EXPECT_TRUE(
+      runUntil([&] { return proxy.connectedCount == 1 && stub.connected.size() == before + 1; }));
+  return stub.connected.empty() ? std::string() : stub.connected.back();
+}
+
 TestStub::TestStub(const char *portName) {
   if (rpc_port_stub_create(&handle_, portName) != 0) {
     throw std::runtime_error("rpc_port_stub_create failed");

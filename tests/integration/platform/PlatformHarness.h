@@ -32,11 +32,16 @@ std::vector<uint8_t> parcelBytes(rpc_port_parcel_h parcel);
 // The next string of the parcel, freed; fails the test when the read fails.
 std::string readString(rpc_port_parcel_h parcel);
 
+class TestStub;
+class TestProxy;
+
 // Fixture: private runtime dir and main context, RPC_PORT_APPID = kAppId, no privileges.
 class TransportTest : public PlatformTest {
  protected:
   TransportTest();
   ~TransportTest() override;
+  // Connects `proxy` to `stub` and returns the stub's instance id for it.
+  std::string connect(TestStub &stub, TestProxy &proxy);
 };
 
 // A stub on kPortName that records its events. By default it answers each request (a parcel

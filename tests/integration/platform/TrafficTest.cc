@@ -15,17 +15,7 @@
 namespace oxa::test {
 namespace {
 
-class TrafficTest : public TransportTest {
- protected:
-  // Connects `proxy` to `stub` and returns the stub's instance id for it.
-  std::string connect(TestStub &stub, TestProxy &proxy) {
-    const size_t before = stub.connected.size();
-    EXPECT_EQ(0, proxy.connect());
-    EXPECT_TRUE(
-        runUntil([&] { return proxy.connectedCount == 1 && stub.connected.size() == before + 1; }));
-    return stub.connected.empty() ? std::string() : stub.connected.back();
-  }
-};
+class TrafficTest : public TransportTest {};
 
 TEST_F(TrafficTest, RequestIsAnsweredOnTheMainPort) {
   TestStub stub;
