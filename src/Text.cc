@@ -16,14 +16,16 @@ namespace {
   std::abort();  // not reached: the line above throws
 }
 
-}  // namespace
-
-Text::Text(const char *text) {
+const char *nonNull(const char *text) {
   if (text == nullptr) {
     throwNullText();
   }
-  *this = Text(std::string_view(text));
+  return text;
 }
+
+}  // namespace
+
+Text::Text(const char *text) : Text(std::string_view(nonNull(text))) {}
 
 Text::Text(std::string_view text) : text_(static_cast<char *>(std::malloc(text.size() + 1))) {
   if (text_ == nullptr) {
