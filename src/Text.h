@@ -20,9 +20,9 @@ class Text {
   // Copies; like std::string's, they stand in wherever a text is expected.
   // A null `text` throws as a std::string built from null does.
   Text(const char *text);  // NOLINT(google-explicit-constructor)
-  Text(const std::string &text)
-      : Text(std::string_view(text)) {}  // NOLINT(google-explicit-constructor)
-  Text(std::string_view text);           // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  Text(const std::string &text) : Text(std::string_view(text)) {}
+  Text(std::string_view text);  // NOLINT(google-explicit-constructor)
   Text(const Text &other) : Text(std::string_view(other)) {}
   Text(Text &&other) noexcept : text_(other.text_) { other.text_ = nullptr; }
   Text &operator=(const Text &other) { return *this = Text(other); }
