@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "CallgrindRegion.h"
+
 namespace bench {
 
 namespace {
@@ -41,6 +43,7 @@ std::vector<std::string> fixedEnvironment() {
 // The argv-style array of `strings`, pointing into them.
 std::vector<char *> pointersTo(std::vector<std::string> &strings) {
   std::vector<char *> pointers;
+  pointers.reserve(strings.size() + 1);
   for (std::string &text : strings) {
     pointers.push_back(text.data());
   }
@@ -52,20 +55,21 @@ bool startsWith(const std::string &text, const char *prefix) {
   return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
 }
 
-// Reads one dump: its region name (empty for the dump at exit) and its instruction count.
+// Reads one region's dump: its name and its instruction count. The dump at exit names no region;
+// it is skipped, and its summary is not read (with instrumentation switched off and on, callgrind
+// can write a wrapped-around figure there).
 void readDump(const std::string &path, RegionCounts &counts) {
   std::ifstream in(path);
   std::string name;
-  long long instructions = -1;
   for (std::string line; std::getline(in, line);) {
     if (startsWith(line, kNameLine)) {
       name = line.substr(std::char_traits<char>::length(kNameLine));
     } else if (startsWith(line, kSummaryLine)) {
-      instructions = std::stoll(line.substr(std::char_traits<char>::length(kSummaryLine)));
+      if (!name.empty()) {
+        counts[name] = std::stoll(line.substr(std::char_traits<char>::length(kSummaryLine)));
+      }
+      return;
     }
-  }
-  if (!name.empty() && instructions >= 0) {
-    counts[name] = instructions;
   }
 }
 
@@ -116,11 +120,13 @@ class DumpDir {
 
 }  // namespace
 
-RegionCounts runUnderCallgrind(const std::vector<std::string> &argv) {
+RegionCounts runUnderCallgrind(const std::vector<std::string> &argv,
+                               const std::vector<std::string> &valgrindOptions) {
   const DumpDir dumps;
   std::vector<std::string> command = {"valgrind", "--tool=callgrind", "--quiet",
                                       "--trace-children=no",
                                       "--callgrind-out-file=" + dumps.path() + "/" + kDumpPrefix};
+  command.insert(command.end(), valgrindOptions.begin(), valgrindOptions.end());
   command.insert(command.end(), argv.begin(), argv.end());
   std::vector<char *> args = pointersTo(command);
   std::vector<std::string> environment = fixedEnvironment();
@@ -137,6 +143,24 @@ RegionCounts runUnderCallgrind(const std::vector<std::string> &argv) {
     throw std::runtime_error("the probe failed under callgrind");
   }
   return dumps.counts();
+}
+
+RegionCounts runProbeUnderCallgrind(const std::vector<std::string> &valgrindOptions) {
+  const std::unique_ptr<char, GFreeDeleter> self(g_file_read_link("/proc/self/exe", nullptr));
+  if (!self) {
+    throw std::runtime_error("cannot resolve /proc/self/exe");
+  }
+  return runUnderCallgrind({self.get(), kProbeArgument}, valgrindOptions);
+}
+
+double perRepetition(const RegionCounts &counts, const std::string &path, RunLengths lengths) {
+  const auto shortRun = counts.find(regionName(path, lengths.shortRun));
+  const auto longRun = counts.find(regionName(path, lengths.longRun));
+  if (shortRun == counts.end() || longRun == counts.end()) {
+    throw std::runtime_error("no callgrind dump for " + path);
+  }
+  return static_cast<double>(longRun->second - shortRun->second) /
+         (lengths.longRun - lengths.shortRun);
 }
 
 }  // namespace bench

@@ -1,12 +1,13 @@
 #include "CostProbe.h"
 
-#include <valgrind/callgrind.h>
-
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <optional>
 #include <stdexcept>
+
+#include "CallgrindRegion.h"
 
 namespace bench {
 
@@ -31,26 +32,10 @@ std::string scenarioJson() {
   return json + "]}";
 }
 
-// Frames one measured region: counters zeroed on entry, dumped under `name` on exit.
-class Region {
- public:
-  explicit Region(std::string name) : name_(std::move(name)) { CALLGRIND_ZERO_STATS; }
-  ~Region() { CALLGRIND_DUMP_STATS_AT(name_.c_str()); }
-  Region(const Region &) = delete;
-  Region &operator=(const Region &) = delete;
-
- private:
-  std::string name_;
-};
-
 }  // namespace
 
-std::string regionName(const std::string &path, int repetitions) {
-  return path + "-" + std::to_string(repetitions);
-}
-
 std::string grouped(double value) {
-  std::string digits = std::to_string(static_cast<long long>(value + 0.5));
+  std::string digits = std::to_string(std::llround(value));
   for (int at = static_cast<int>(digits.size()) - 3; at > 0; at -= 3) {
     digits.insert(static_cast<size_t>(at), ",");
   }

@@ -26,9 +26,6 @@ constexpr int kLargePayload = kSmallPayload + 1008;
 // Commands are sent in bursts of this many before the loop delivers their sent events.
 constexpr int kCommandBurst = 10;
 
-// Region names: "<path>-<repetitions>".
-std::string regionName(const std::string &path, int repetitions);
-
 // An instruction count rounded and grouped: "12,345".
 std::string grouped(double value);
 

@@ -8,29 +8,20 @@
 // difference in repetitions, so set-up and the region's own framing cancel out. Each region is
 // preceded by an unmeasured warm-up of the same path (lazy binding, first allocations).
 
-#include <glib.h>
-#include <valgrind/valgrind.h>
-
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
-#include <stdexcept>
 #include <string>
 
+#include "CallgrindRegion.h"
 #include "CallgrindRun.h"
 #include "CostProbe.h"
 
 namespace {
 
-struct Lengths {
-  int shortRun;
-  int longRun;
-};
-
-constexpr Lengths kRequests{50, 250};
-constexpr Lengths kDiscoveryRounds{5, 25};
-constexpr Lengths kCommands{20, 100};
+constexpr bench::RunLengths kRequests{50, 250};
+constexpr bench::RunLengths kDiscoveryRounds{5, 25};
+constexpr bench::RunLengths kCommands{20, 100};
 constexpr int kWarmUp = 10;
 
 constexpr long long kRequestBudget = 1200;
@@ -57,17 +48,6 @@ void runProbe() {
   }
 }
 
-// Instructions per repetition of `path`, from its short and its long run.
-double perRepetition(const bench::RegionCounts &counts, const std::string &path, Lengths lengths) {
-  const auto shortRun = counts.find(bench::regionName(path, lengths.shortRun));
-  const auto longRun = counts.find(bench::regionName(path, lengths.longRun));
-  if (shortRun == counts.end() || longRun == counts.end()) {
-    throw std::runtime_error("no callgrind dump for " + path);
-  }
-  return static_cast<double>(longRun->second - shortRun->second) /
-         (lengths.longRun - lengths.shortRun);
-}
-
 // Prints one row; true when it is within its budget.
 bool row(const char *path, double instructions, long long budget) {
   const bool within = instructions <= static_cast<double>(budget);
@@ -76,15 +56,15 @@ bool row(const char *path, double instructions, long long budget) {
   return within;
 }
 
-int check(const char *self) {
-  const bench::RegionCounts counts = bench::runUnderCallgrind({self, "--probe"});
-  const double request = perRepetition(counts, "request", kRequests);
-  const double round = perRepetition(counts, "discovery", kDiscoveryRounds);
+int check() {
+  const bench::RegionCounts counts = bench::runProbeUnderCallgrind();
+  const double request = bench::perRepetition(counts, "request", kRequests);
+  const double round = bench::perRepetition(counts, "discovery", kDiscoveryRounds);
   const double event = (round - request) / bench::kProbeDevices;
   const double command =
-      perRepetition(counts, "command" + std::to_string(bench::kSmallPayload), kCommands);
+      bench::perRepetition(counts, "command" + std::to_string(bench::kSmallPayload), kCommands);
   const double largeCommand =
-      perRepetition(counts, "command" + std::to_string(bench::kLargePayload), kCommands);
+      bench::perRepetition(counts, "command" + std::to_string(bench::kLargePayload), kCommands);
   const double perByte = (largeCommand - command) / (bench::kLargePayload - bench::kSmallPayload);
 
   std::printf("| path | instructions | budget |\n|---|---|---|\n");
@@ -104,17 +84,6 @@ int check(const char *self) {
   return within ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// The path of this program, so that valgrind runs the same file.
-std::string ownPath() {
-  gchar *path = g_file_read_link("/proc/self/exe", nullptr);
-  if (path == nullptr) {
-    throw std::runtime_error("cannot resolve /proc/self/exe");
-  }
-  std::string text = path;
-  g_free(path);
-  return text;
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -122,14 +91,11 @@ int main(int argc, char **argv) {
   // inherits the level too.
   setenv("DLOG_LEVEL", "E", 1);
   try {
-    if (argc > 1 && std::strcmp(argv[1], "--probe") == 0) {
-      if (RUNNING_ON_VALGRIND == 0) {
-        std::fprintf(stderr, "cost_check: --probe runs under callgrind (started by cost_check)\n");
-      }
+    if (bench::isProbe(argc, argv, "cost_check")) {
       runProbe();
       return EXIT_SUCCESS;
     }
-    return check(ownPath().c_str());
+    return check();
   } catch (const std::exception &error) {
     std::fprintf(stderr, "cost_check: %s\n", error.what());
     return EXIT_FAILURE;
